@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Builds vell with warnings as errors and runs the whole test suite twice: a
+# normal build and an AddressSanitizer+UndefinedBehaviorSanitizer build. Then
+# installs the library into a scratch prefix and builds the example host
+# program against it with find_package(vell). VELL_TEST_TSAN=1 adds a
+# ThreadSanitizer run.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+jobs=$(nproc 2>/dev/null || echo 2)
+out=${VELL_TEST_BUILD_ROOT:-$root/build-test}
+
+run_suite() {
+  local name=$1; shift
+  local dir=$out/$name
+  echo "=== $name build"
+  cmake -S "$root" -B "$dir" -DVELL_WERROR=ON "$@" >"$out/$name.configure.log"
+  cmake --build "$dir" -j"$jobs"
+  echo "=== $name tests"
+  (cd "$dir" && ctest --output-on-failure -j"$jobs" --timeout 600)
+}
+
+mkdir -p "$out"
+run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+run_suite asan -DCMAKE_BUILD_TYPE=Debug -DVELL_ASAN=ON -DVELL_BUILD_TOOL=ON
+if [ "${VELL_TEST_TSAN:-0}" = 1 ]; then
+  run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_TSAN=ON
+fi
+
+echo "=== install and build the example host program"
+prefix=$out/install
+rm -rf "$prefix"
+cmake --install "$out/normal" --prefix "$prefix" >/dev/null
+cmake -S "$root/examples" -B "$out/example" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \
+  >"$out/example.configure.log"
+cmake --build "$out/example" -j"$jobs"
+LD_LIBRARY_PATH="$prefix/lib:$prefix/lib/$(gcc -print-multiarch 2>/dev/null || true)" \
+  "$out/example/vell_example" /bin/sh
+echo "=== all test runs passed"
