@@ -1,0 +1,65 @@
+// The directory walker: turns a list of directories and a file name into
+// candidate paths handed to a results container.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "vell_search/search_interfaces.h"
+
+namespace VELL_2_13 {
+
+// Receives the directories a search step is to look in.
+class ISearchDirectoryContainer {
+public:
+  virtual void addSearchDirectory(const char *dir, bool recursive) = 0;
+
+protected:
+  ~ISearchDirectoryContainer() = default;
+};
+
+// Asked before each directory is searched: true settles the search; skipDir
+// set means the directory is not to be searched.
+class ISearchDirectoryFindCallback {
+public:
+  virtual bool find(const std::string &dir, bool recursive, const std::string &name,
+                    ISearchResultsContainer &container, bool &skipDir) = 0;
+
+protected:
+  ~ISearchDirectoryFindCallback() = default;
+};
+
+// Walks its directories for one name; every candidate goes to the container
+// with the finder's step number, and the first accepted one ends the walk.
+class FilesFinder : public ISearchDirectoryContainer {
+public:
+  FilesFinder(unsigned int step, ISearchDirectoryFindCallback *findCallback);
+  ~FilesFinder() = default;
+
+  // Appends a record; duplicates, missing and empty directories are all kept.
+  void addSearchDirectory(const char *dir, bool recursive) override;
+  // Offers dir/fileName and walks the subdirectories of dir depth first.
+  virtual bool findRecursively(const std::string &dir, const std::string &fileName,
+                               ISearchResultsContainer &container);
+  // Offers dir/a/b/c, dir/b/c, dir/c for the name a/b/c.
+  virtual bool findIteratively(const std::string &dir, const std::string &name,
+                               ISearchResultsContainer &container);
+
+  // The directory pass over every record in order of addition.
+  bool find(const char *name, ISearchResultsContainer &container);
+
+  unsigned int step() const { return m_step; }
+
+private:
+  struct search_dir {
+    std::string path;
+    bool recursive;
+  };
+
+  unsigned int m_step;
+  std::vector<search_dir> m_directories;
+  ISearchDirectoryFindCallback *m_findCallback;
+  std::vector<unsigned long> m_visitedDirectories;
+};
+
+} // namespace VELL_2_13
