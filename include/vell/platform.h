@@ -83,15 +83,19 @@ private:
 // Named values and named, repeatable child bags.
 class VELL_API PropertyBag {
 public:
+  // Sets the value of name, replacing an earlier value of that name in place.
   void setValue(const std::string &name, Variant value);
   // The value of that name, or null.
   const Variant *findValue(const std::string &name) const;
   const std::vector<std::pair<std::string, Variant>> &values() const { return m_values; }
 
-  // Appends a child under name and returns it.
+  // Appends a child under name and returns it; the reference stays valid until
+  // the next child is added to this bag.
   PropertyBag &addChild(const std::string &name, PropertyBag child = PropertyBag());
   // The children of that name, in order.
   std::vector<const PropertyBag *> children(const std::string &name) const;
+  // Whether at least one child of that name exists.
+  bool hasChildren(const std::string &name) const;
   const std::vector<std::pair<std::string, PropertyBag>> &allChildren() const { return m_children; }
   bool empty() const { return m_values.empty() && m_children.empty(); }
   bool operator==(const PropertyBag &other) const;
@@ -102,7 +106,7 @@ private:
 };
 
 // Held while a read-change-write sequence must not interleave with another
-// writer of the same storage.
+// writer of the same storage; released when destroyed.
 class IStorageLock {
 public:
   virtual ~IStorageLock() = default;
@@ -113,17 +117,23 @@ public:
   virtual ~IPropertyStorage() = default;
   // The bag stored under name; an empty bag when nothing is stored.
   virtual PropertyBag read(const std::string &name) = 0;
-  // Stores bag under name, replacing what was there.
-  virtual void store(const std::string &name, const PropertyBag &bag) = 0;
-  // Serialises read-change-write sequences of several writers; may be null
-  // where the storage needs no such lock.
+  // Stores bag under name, replacing what was there and keeping the other
+  // names. False when the bag could not be stored (the reason is logged).
+  virtual bool store(const std::string &name, const PropertyBag &bag) = 0;
+  // Serialises read-change-write sequences of several writers (threads and,
+  // for a file storage, processes). Reentrant: the holding thread may take it
+  // again and may call store() while holding it. Never null.
   virtual std::unique_ptr<IStorageLock> lockForUpdate() = 0;
 };
 
 // Keeps the bags in memory.
 VELL_API std::shared_ptr<IPropertyStorage> createMemoryPropertyStorage();
-// Keeps the bags in a JSON file written atomically; see the implementation for
-// the rules on corrupt files.
+// Keeps the bags in a JSON file at path; every value keeps its exact type. A
+// missing file reads as empty. Writes replace the file atomically (a temporary
+// file in the same directory, flushed and renamed) under an exclusive lock on
+// the sidecar file "<path>.lock", which lockForUpdate() also takes. A file that
+// cannot be read or parsed is logged at ERROR and, before the next write,
+// moved aside to "<path>.corrupt-<UTC time>" instead of being overwritten.
 VELL_API std::shared_ptr<IPropertyStorage> createJsonFilePropertyStorage(const std::string &path);
 
 // --- Message catalogs ----------------------------------------------------------------------
