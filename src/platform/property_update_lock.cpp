@@ -37,12 +37,14 @@ bool UpdateLockState::acquire() {
   const std::thread::id self = std::this_thread::get_id();
   {
     std::unique_lock<std::mutex> guard(m_mutex);
+    forgetInheritedHolder();
     if (m_depth > 0 && m_owner == self) {
       ++m_depth;
       return true;
     }
     m_released.wait(guard, [this] { return m_depth == 0; });
     m_owner = self;
+    m_ownerProcess = ::getpid();
     m_depth = 1;
   }
   if (m_lockFile.empty())
@@ -61,9 +63,21 @@ bool UpdateLockState::acquire() {
   return false;
 }
 
+void UpdateLockState::forgetInheritedHolder() {
+  if (m_depth == 0 || m_ownerProcess == ::getpid())
+    return;
+  // A child process inherited the state of a holder in its parent (whose thread
+  // id it may even share); the flock belongs to the parent's open file.
+  if (m_fd >= 0)
+    ::close(m_fd);
+  m_fd = -1;
+  m_depth = 0;
+  m_owner = std::thread::id();
+}
+
 void UpdateLockState::release() {
   std::lock_guard<std::mutex> guard(m_mutex);
-  if (m_depth == 0)
+  if (m_depth == 0 || m_ownerProcess != ::getpid())
     return;
   if (--m_depth > 0)
     return;

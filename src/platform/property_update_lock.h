@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <sys/types.h>
 #include <thread>
 
 #include "vell/platform.h"
@@ -15,7 +16,8 @@ namespace platform {
 // Held by one thread at a time, which may take it again (it counts the
 // depth). With a lock file, the outermost acquisition also takes an exclusive
 // flock on that file, so holders in other processes are kept apart too. It may
-// be released from another thread than the one that took it.
+// be released from another thread than the one that took it. A process forked
+// while the lock was held does not hold it.
 class UpdateLockState {
 public:
   // An empty lockFile makes the lock process-local.
@@ -31,11 +33,13 @@ public:
 
 private:
   bool lockFile(int &fd);
+  void forgetInheritedHolder();
 
   const std::string m_lockFile;
   std::mutex m_mutex;
   std::condition_variable m_released;
   std::thread::id m_owner;
+  pid_t m_ownerProcess = 0;
   int m_depth = 0;
   int m_fd = -1;
 };
