@@ -1,0 +1,159 @@
+// vell dirs add|list|clear: the user's own search directories.
+#include "dirs_command.h"
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <system_error>
+
+#include <nlohmann/json.hpp>
+
+#include "vell/search_env.h"
+
+#include "categories.h"
+#include "file_checks.h"
+#include "tool_error.h"
+#include "user_config.h"
+
+namespace fs = std::filesystem;
+using namespace VELL_2_13;
+using nlohmann::json;
+
+namespace vell_tool {
+
+namespace {
+
+const search_category_t kCategories[] = {scBinaryFiles, scSymbolFiles, scSourceFiles, scAllFiles};
+
+// The configuration file, checked to be readable.
+std::string checkedConfigPath(const GlobalOptions &global) {
+  std::string path = userConfigPath(global.config);
+  if (path.empty())
+    throw BadInput("no configuration file: neither HOME nor XDG_CONFIG_HOME is set (use --config FILE)");
+  checkConfigReadable(path);
+  return path;
+}
+
+// Creates the directory that will hold the configuration file.
+void createConfigDirectory(const std::string &path) {
+  fs::path parent = fs::path(path).parent_path();
+  if (parent.empty())
+    return;
+  std::error_code error;
+  fs::create_directories(parent, error);
+  if (error)
+    throw BadInput("cannot create directory " + parent.string() +
+                   " for the configuration file: " + error.message());
+}
+
+std::string commandLineForm(const SearchDirSpec &spec) {
+  std::string text = categoryName(spec.category);
+  if (spec.recursive || spec.highPriority)
+    text += std::string(":") + (spec.recursive ? "r" : "") + (spec.highPriority ? "p" : "");
+  return text + "=" + spec.directory;
+}
+
+} // namespace
+
+int runDirsAdd(const GlobalOptions &global, const std::vector<std::string> &specs) {
+  std::vector<SearchDirSpec> parsed;
+  for (const std::string &text : specs) {
+    SearchDirSpec spec;
+    std::string error;
+    if (!parseSearchDirCommandLine(text, spec, error))
+      throw BadInput("dirs add '" + text + "': " + error);
+    spec.directory = absolutePath(spec.directory);
+    parsed.push_back(spec);
+  }
+  if (parsed.empty())
+    throw BadInput("dirs add: no directory given");
+  std::string path = checkedConfigPath(global);
+  createConfigDirectory(path);
+
+  UserSearchDirs userDirs = openUserSearchDirs(path);
+  {
+    // Held across every addition, so that a concurrent writer neither
+    // interleaves with us nor loses its own directories.
+    std::unique_ptr<platform::IStorageLock> lock = userDirs.storage->lockForUpdate();
+    for (const SearchDirSpec &spec : parsed)
+      userDirs.dirs->addDirectory(spec.category, spec.directory.c_str(), spec.recursive, spec.highPriority);
+  }
+
+  for (const SearchDirSpec &spec : parsed) {
+    std::error_code error;
+    if (!fs::is_directory(spec.directory, error))
+      std::cerr << "vell: warning: directory '" << spec.directory << "' does not exist (added anyway)\n";
+  }
+  if (global.json) {
+    json out{{"config", path}, {"added", json::array()}};
+    for (const SearchDirSpec &spec : parsed)
+      out["added"].push_back(commandLineForm(spec));
+    std::cout << out.dump(2) << "\n";
+  } else {
+    for (const SearchDirSpec &spec : parsed)
+      std::cout << "added: " << commandLineForm(spec) << "\n";
+  }
+  return kExitSuccess;
+}
+
+int runDirsList(const GlobalOptions &global) {
+  std::string path = checkedConfigPath(global);
+  UserSearchDirs userDirs = openUserSearchDirs(path);
+  json out{{"config", path}, {"directories", json::array()}};
+  for (search_category_t category : kCategories) {
+    ObjectPtr<ISearchDirIterator> dirs = userDirs.dirs->enumerate(category);
+    if (!dirs)
+      continue;
+    dirs->reset();
+    // The command-line form, as the library renders it.
+    TextIterator spec = getSearchDirCommandLine(category, dirs);
+    dirs->reset();
+    const char *name = nullptr;
+    bool recursive = false;
+    bool highPriority = false;
+    while (dirs->getCurrentRecord(name, recursive, highPriority) && !spec.atEnd()) {
+      if (global.json)
+        out["directories"].push_back({{"category", categoryName(category)},
+                                      {"directory", name},
+                                      {"recursive", recursive},
+                                      {"highPriority", highPriority},
+                                      {"spec", *spec}});
+      else
+        std::cout << *spec << "\n";
+      ++spec;
+      dirs->next();
+    }
+  }
+  if (global.json)
+    std::cout << out.dump(2) << "\n";
+  return kExitSuccess;
+}
+
+int runDirsClear(const GlobalOptions &global, const std::vector<std::string> &categories) {
+  std::vector<search_category_t> parsed;
+  for (const std::string &text : categories)
+    parsed.push_back(parseCategory(text, true));
+  if (parsed.empty())
+    throw BadInput("dirs clear: no category given");
+  std::string path = checkedConfigPath(global);
+  createConfigDirectory(path);
+
+  UserSearchDirs userDirs = openUserSearchDirs(path);
+  {
+    std::unique_ptr<platform::IStorageLock> lock = userDirs.storage->lockForUpdate();
+    for (search_category_t category : parsed)
+      userDirs.dirs->clear(category);
+  }
+  if (global.json) {
+    json out{{"config", path}, {"cleared", json::array()}};
+    for (search_category_t category : parsed)
+      out["cleared"].push_back(categoryName(category));
+    std::cout << out.dump(2) << "\n";
+  } else {
+    for (search_category_t category : parsed)
+      std::cout << "cleared: " << categoryName(category) << "\n";
+  }
+  return kExitSuccess;
+}
+
+} // namespace vell_tool

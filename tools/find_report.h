@@ -1,0 +1,31 @@
+// What vell find prints: the file found, every valid file, the rejected
+// candidates; as text or as JSON.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "vell/results.h"
+
+#include "validators.h"
+
+namespace vell_tool {
+
+struct FindReport {
+  VELL_2_13::search_category_t category = VELL_2_13::scBinaryFiles;
+  std::string name;
+  VELL_2_13::ObjectPtr<VELL_2_13::IValidFile> found;
+  bool listAll = false;
+  std::vector<VELL_2_13::ObjectPtr<VELL_2_13::IValidFile>> files;
+  bool explain = false;
+  std::vector<Rejection> rejected;
+
+  // The search's own rejections (complete, but only reported when nothing was
+  // found) first, then those the tool's checks saw that are not among them.
+  void setRejections(const std::vector<VELL_2_13::ObjectPtr<VELL_2_13::IInvalidFile>> &fromSearch,
+                     const std::vector<Rejection> &fromChecks);
+};
+
+void printFindReport(const FindReport &report, bool json);
+
+} // namespace vell_tool

@@ -1,0 +1,235 @@
+// Entry point of the vell command-line tool: parses the command line and runs
+// one command.
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "vell/platform.h"
+
+#include "archive_command.h"
+#include "catalog_location.h"
+#include "dirs_command.h"
+#include "file_commands.h"
+#include "find_command.h"
+#include "global_options.h"
+#include "steps_option.h"
+#include "tool_error.h"
+
+using namespace VELL_2_13;
+using namespace vell_tool;
+
+namespace {
+
+const char *const MAIN_FOOTER =
+    R"(Exit status: 0 found or done; 1 not found, or the operation failed; 2 bad usage or
+bad input (reported as one line on standard error; nothing is changed on disk).
+
+The user's own search directories (vell dirs) live in --config FILE, else
+$XDG_CONFIG_HOME/vell/searchdirs.json, else ~/.config/vell/searchdirs.json;
+vell find searches them after the directories given with --dir.
+
+Message catalogs come from --catalogs DIR, else <prefix>/share/vell/catalogs
+next to the installed tool, else the build's default directory.)";
+
+const char *const FIND_FOOTER =
+    R"(Directory specs (--dir, vell dirs add): CATEGORY[:FLAGS]=DIR, CATEGORY one of bin,
+sym, src, all; FLAGS r (recursive) and/or p (high priority). Example: sym:rp=/opt/debug.
+Relative directories are taken from the current directory.
+
+Search order: suggested path, then the steps archive, high-priority directories,
+cache (off unless switched on), absolute name, around the binary (symbols),
+low-priority directories, system directories. Directories given with --dir come
+before those of --result-dir, which come before the user's own (vell dirs).
+
+--checksum, --mtime/--size and --not-newer-than-binary may be combined: the first
+check that rejects a file decides; otherwise a file is accepted when at least one
+check accepted it (a matching checksum or time), and left to the default
+confidence policy when no check had an opinion (--not-newer-than-binary alone).
+
+--explain: when nothing is found, every candidate the search rejected is listed
+with its step, severity and message. When a file is found the search does not
+report its rejections; only the candidates rejected by the requested checks
+(--checksum, --mtime, --size, --not-newer-than-binary) are listed then.)";
+
+// "--steps -x" would read "-x" as an option: join such a value to its option.
+std::vector<std::string> joinStepsValues(int argc, char **argv) {
+  std::vector<std::string> args(argv, argv + argc);
+  std::vector<std::string> joined;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--") {
+      joined.insert(joined.end(), args.begin() + static_cast<long>(i), args.end());
+      break;
+    }
+    if (args[i] == "--steps" && i + 1 < args.size() && !args[i + 1].empty() && args[i + 1][0] == '-') {
+      joined.push_back("--steps=" + args[i + 1]);
+      ++i;
+      continue;
+    }
+    joined.push_back(args[i]);
+  }
+  return joined;
+}
+
+platform::LogLevel logLevel(int verbosity) {
+  if (verbosity >= 2)
+    return platform::LogLevel::Trace;
+  if (verbosity == 1)
+    return platform::LogLevel::Info;
+  return platform::LogLevel::Off;
+}
+
+void configureLibrary(const GlobalOptions &global) {
+  platform::configureLoggingToStderr(logLevel(global.verbosity));
+  std::string catalogs = locateCatalogDirectory(global.catalogs);
+  if (!global.language.empty())
+    checkCatalogLanguage(catalogs, global.language);
+  platform::setCatalogDirectory(catalogs);
+  platform::setCatalogLanguage(global.language.empty() ? "en" : global.language);
+}
+
+// Each occurrence of a repeatable option takes exactly one value.
+CLI::Option *repeatable(CLI::Option *option) { return option->allow_extra_args(false)->expected(1); }
+
+} // namespace
+
+int main(int argc, char **argv) {
+  CLI::App app{"vell: locates binaries, debug-symbol files and source files.", "vell"};
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.footer(MAIN_FOOTER);
+
+  GlobalOptions global;
+  app.add_flag("-v,--verbose", global.verbosity,
+               "Print the library's log on standard error: -v information, -vv trace lines");
+  app.add_flag("--json", global.json, "Machine-readable output (JSON on standard output)");
+  app.add_option("--lang", global.language,
+                 "Language of the validation messages (en, de, ...); English by default");
+  app.add_option("--catalogs", global.catalogs, "Directory of the message catalogs");
+  app.add_option("--config", global.config, "File holding the user's own search directories");
+
+  FindOptions find;
+  CLI::App *findCommand =
+      app.add_subcommand("find", "Resolve one binary (bin), debug-symbol file (sym) or source file (src) and "
+                                 "print its path, confidence and the step that found it");
+  findCommand->footer(FIND_FOOTER);
+  findCommand->add_option("category", find.category, "bin, sym or src")->required();
+  findCommand->add_option("name", find.name, "The file's name or recorded path")->required();
+  findCommand->add_option("--binary", find.binary,
+                          "The binary a symbol or source file belongs to (must exist); symbol files are "
+                          "looked for beside it and in its .debug directory");
+  findCommand->add_option("--checksum", find.checksum,
+                          "Expected checksum: an MD5 checksum as 32 hexadecimal digits, or sha1: followed by "
+                          "a SHA-1 checksum as 40 hexadecimal digits (vell checksum prints this form)");
+  findCommand->add_option("--mtime", find.mtime,
+                          "Source files only: expected modification time, seconds since the epoch");
+  findCommand->add_option("--size", find.size, "Source files only: expected size in bytes");
+  findCommand->add_flag("--not-newer-than-binary", find.notNewerThanBinary,
+                        "Source files only: reject a source file newer than --binary");
+  repeatable(findCommand->add_option(
+      "--time-check-exception", find.timeCheckExceptions,
+      "Source files below DIR are exempt from the time checks of --mtime and --not-newer-than-binary "
+      "(repeatable)"));
+  repeatable(
+      findCommand->add_option("--dir", find.dirs,
+                              "Search directory in the form CATEGORY[:FLAGS]=DIR, e.g. sym:rp=/opt/debug "
+                              "(repeatable; see below)"));
+  findCommand->add_option("--archive", find.archive,
+                          "Archive directory: files are looked for under DIR/<subdirectory>/<name>/..., "
+                          "subdirectory binaries, symbols, sources or all");
+  findCommand->add_option(
+      "--cache", find.cache,
+      "Cache directory: searched by the cache step (switch it on with --steps +cache); "
+      "kernel images extracted from compressed ones go to DIR/vmlinux_cache/<md5>/vmlinux");
+  findCommand->add_option("--result-dir", find.resultDir,
+                          "Result directory of a collection run: its binaries, symbols, sources, all and "
+                          "archive subdirectories are searched first, then the user's own directories");
+  findCommand->add_option("--kernel-release", find.kernelRelease,
+                          "Kernel release of the target system (default: the running kernel's); vell find "
+                          "bin vmlinux then also tries /boot/vmlinux-RELEASE and /boot/vmlinuz-RELEASE");
+  findCommand->add_option("--suggest", find.suggest, "A path to check before any search step");
+  findCommand->add_option("--steps", find.steps, STEPS_OPTION_HELP);
+  findCommand->add_flag("--all", find.all,
+                        "Go on past the first file and list every valid file (the first is the answer)");
+  findCommand->add_flag("--explain", find.explain,
+                        "List the rejected candidates with their step, severity and message (see below)");
+
+  CLI::App *dirsCommand = app.add_subcommand("dirs", "Manage the user's own search directories");
+  dirsCommand->require_subcommand(1);
+  std::vector<std::string> dirSpecs;
+  CLI::App *dirsAdd = dirsCommand->add_subcommand(
+      "add", "Add directories in the form CATEGORY[:FLAGS]=DIR (CATEGORY bin, sym, src or all; FLAGS r "
+             "recursive, p high priority), e.g. sym:rp=/opt/debug; relative directories are made absolute");
+  dirsAdd->add_option("spec", dirSpecs, "Directory specs")->required();
+  CLI::App *dirsList =
+      dirsCommand->add_subcommand("list", "List the directories in the form CATEGORY[:FLAGS]=DIR");
+  std::vector<std::string> clearCategories;
+  CLI::App *dirsClear = dirsCommand->add_subcommand(
+      "clear", "Remove every directory of the given categories (bin, sym, src, all; "
+               "all is the list that serves every kind of file)");
+  dirsClear->add_option("category", clearCategories, "Categories to clear")->required();
+
+  ArchiveOptions archive;
+  CLI::App *archiveCommand =
+      app.add_subcommand("archive", "File a copy of FILE into the archive of a result directory: "
+                                    "DIR/archive/<subdirectory>/<name>/<md5>/<name>");
+  archiveCommand->add_option("file", archive.file, "The file to archive")->required();
+  archiveCommand->add_option("--category", archive.category, "bin, sym, src or all")->required();
+  archiveCommand->add_option("--result-dir", archive.resultDir, "The result directory")->required();
+
+  std::string checksumFile;
+  bool sha1 = false;
+  CLI::App *checksumCommand = app.add_subcommand(
+      "checksum", "Print the MD5 checksum of FILE (or sha1: and its SHA-1 checksum), as --checksum takes it");
+  checksumCommand->add_option("file", checksumFile, "The file")->required();
+  checksumCommand->add_flag("--sha1", sha1, "SHA-1 instead of MD5");
+
+  std::string compressed;
+  std::string output;
+  CLI::App *extractCommand = app.add_subcommand(
+      "extract-kernel", "Extract the uncompressed kernel image of a gzip-compressed kernel into OUTPUT");
+  extractCommand->add_option("compressed", compressed, "The compressed kernel image")->required();
+  extractCommand->add_option("output", output, "The file to write")->required();
+
+  std::vector<std::string> args = joinStepsValues(argc, argv);
+  std::vector<char *> pointers;
+  for (std::string &arg : args)
+    pointers.push_back(arg.data());
+  try {
+    app.parse(static_cast<int>(pointers.size()), pointers.data());
+  } catch (const CLI::CallForHelp &e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp &e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError &e) {
+    std::cerr << "vell: " << e.what() << " (see vell --help)\n";
+    return kExitBadInput;
+  }
+
+  try {
+    configureLibrary(global);
+    if (findCommand->parsed())
+      return runFind(global, find);
+    if (dirsAdd->parsed())
+      return runDirsAdd(global, dirSpecs);
+    if (dirsClear->parsed())
+      return runDirsClear(global, clearCategories);
+    if (dirsList->parsed())
+      return runDirsList(global);
+    if (archiveCommand->parsed())
+      return runArchive(global, archive);
+    if (checksumCommand->parsed())
+      return runChecksum(global, checksumFile, sha1);
+    if (extractCommand->parsed())
+      return runExtractKernel(global, compressed, output);
+  } catch (const BadInput &e) {
+    std::cerr << "vell: " << e.what() << "\n";
+    return kExitBadInput;
+  } catch (const std::exception &e) {
+    std::cerr << "vell: " << e.what() << "\n";
+    return kExitNotFound;
+  }
+  return kExitBadInput;
+}

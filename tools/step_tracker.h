@@ -1,0 +1,39 @@
+// Knows which search step a running search is in, through a steps
+// configurator that wraps the one deciding which steps run.
+#pragma once
+
+#include "vell/objects.h"
+#include "vell/search_steps.h"
+
+namespace vell_tool {
+
+// The step of the search in progress: ssAskUser while suggested paths are
+// checked, then each step as the search reaches it.
+class StepTracker {
+public:
+  VELL_2_13::search_step_t current() const { return m_current; }
+  void set(VELL_2_13::search_step_t step) { m_current = step; }
+
+private:
+  VELL_2_13::search_step_t m_current = VELL_2_13::ssAskUser;
+};
+
+// Hands out the inner configurator's steps unchanged and tells the tracker
+// each step that the search asks for.
+class TrackingStepsConfigurator : public VELL_2_13::RefCountImpl<VELL_2_13::ISearchStepsConfigurator> {
+public:
+  TrackingStepsConfigurator(VELL_2_13::ObjectPtr<VELL_2_13::ISearchStepsConfigurator> inner,
+                            StepTracker &tracker)
+      : m_inner(inner), m_tracker(tracker) {}
+  VELL_2_13::ObjectPtr<VELL_2_13::ISearchStepsIterator>
+  getSearchStepsIterator(VELL_2_13::search_category_t category, unsigned long long mask) override;
+  void setStep(VELL_2_13::search_step_t step, VELL_2_13::search_category_t category, bool enable) override {
+    m_inner->setStep(step, category, enable);
+  }
+
+private:
+  VELL_2_13::ObjectPtr<VELL_2_13::ISearchStepsConfigurator> m_inner;
+  StepTracker &m_tracker;
+};
+
+} // namespace vell_tool
