@@ -34,6 +34,20 @@ vell find searches them after the directories given with --dir.
 Message catalogs come from --catalogs DIR, else <prefix>/share/vell/catalogs
 next to the installed tool, else the build's default directory.)";
 
+const char *const COMMAND_FOOTER =
+    R"(Exit status: 0 done; 1 the operation failed; 2 bad usage or bad input (one line on
+standard error; nothing is changed on disk).
+Every command also takes -v/-vv, --json, --lang LANG, --catalogs DIR and --config FILE (see vell --help).)";
+
+const char *const DIRS_FOOTER =
+    R"(The directories live in --config FILE, else $XDG_CONFIG_HOME/vell/searchdirs.json,
+else ~/.config/vell/searchdirs.json; vell find searches them after the directories
+given with --dir and --result-dir. Concurrent changes by several processes are
+serialised: none is lost.
+Exit status: 0 done; 2 bad usage or bad input, such as a malformed spec, an unknown
+category or an unreadable configuration file (nothing is changed on disk then).
+Every command also takes -v/-vv, --json, --lang LANG, --catalogs DIR and --config FILE (see vell --help).)";
+
 const char *const FIND_FOOTER =
     R"(Directory specs (--dir, vell dirs add): CATEGORY[:FLAGS]=DIR, CATEGORY one of bin,
 sym, src, all; FLAGS r (recursive) and/or p (high priority). Example: sym:rp=/opt/debug.
@@ -52,7 +66,12 @@ confidence policy when no check had an opinion (--not-newer-than-binary alone).
 --explain: when nothing is found, every candidate the search rejected is listed
 with its step, severity and message. When a file is found the search does not
 report its rejections; only the candidates rejected by the requested checks
-(--checksum, --mtime, --size, --not-newer-than-binary) are listed then.)";
+(--checksum, --mtime, --size, --not-newer-than-binary) are listed then.
+
+Output: path, confidence and step on separate lines (--json: an object with found,
+path, confidence, step, and files with --all, rejected with --explain).
+Exit status: 0 found, 1 not found, 2 bad usage or bad input.
+Every command also takes -v/-vv, --json, --lang LANG, --catalogs DIR and --config FILE (see vell --help).)";
 
 // "--steps -x" would read "-x" as an option: join such a value to its option.
 std::vector<std::string> joinStepsValues(int argc, char **argv) {
@@ -106,92 +125,130 @@ int main(int argc, char **argv) {
                "Print the library's log on standard error: -v information, -vv trace lines");
   app.add_flag("--json", global.json, "Machine-readable output (JSON on standard output)");
   app.add_option("--lang", global.language,
-                 "Language of the validation messages (en, de, ...); English by default");
-  app.add_option("--catalogs", global.catalogs, "Directory of the message catalogs");
-  app.add_option("--config", global.config, "File holding the user's own search directories");
+                 "Language of the validation messages (en, de, ...); English by default")
+      ->type_name("LANG");
+  app.add_option("--catalogs", global.catalogs, "Directory of the message catalogs")->type_name("DIR");
+  app.add_option("--config", global.config, "File holding the user's own search directories")
+      ->type_name("FILE");
 
   FindOptions find;
   CLI::App *findCommand =
       app.add_subcommand("find", "Resolve one binary (bin), debug-symbol file (sym) or source file (src) and "
                                  "print its path, confidence and the step that found it");
   findCommand->footer(FIND_FOOTER);
-  findCommand->add_option("category", find.category, "bin, sym or src")->required();
-  findCommand->add_option("name", find.name, "The file's name or recorded path")->required();
-  findCommand->add_option("--binary", find.binary,
-                          "The binary a symbol or source file belongs to (must exist); symbol files are "
-                          "looked for beside it and in its .debug directory");
-  findCommand->add_option("--checksum", find.checksum,
-                          "Expected checksum: an MD5 checksum as 32 hexadecimal digits, or sha1: followed by "
-                          "a SHA-1 checksum as 40 hexadecimal digits (vell checksum prints this form)");
-  findCommand->add_option("--mtime", find.mtime,
-                          "Source files only: expected modification time, seconds since the epoch");
-  findCommand->add_option("--size", find.size, "Source files only: expected size in bytes");
+  findCommand->add_option("category", find.category, "bin, sym or src")->type_name("CATEGORY")->required();
+  findCommand->add_option("name", find.name, "The file's name or recorded path")
+      ->type_name("NAME")
+      ->required();
+  findCommand
+      ->add_option("--binary", find.binary,
+                   "The binary a symbol or source file belongs to (must exist); symbol files are "
+                   "looked for beside it and in its .debug directory")
+      ->type_name("PATH");
+  findCommand
+      ->add_option("--checksum", find.checksum,
+                   "Expected checksum: an MD5 checksum as 32 hexadecimal digits, or sha1: followed by "
+                   "a SHA-1 checksum as 40 hexadecimal digits (vell checksum prints this form)")
+      ->type_name("HEX");
+  findCommand
+      ->add_option("--mtime", find.mtime,
+                   "Source files only: expected modification time, seconds since the epoch")
+      ->type_name("SECONDS");
+  findCommand->add_option("--size", find.size, "Source files only: expected size in bytes")
+      ->type_name("BYTES");
   findCommand->add_flag("--not-newer-than-binary", find.notNewerThanBinary,
                         "Source files only: reject a source file newer than --binary");
-  repeatable(findCommand->add_option(
-      "--time-check-exception", find.timeCheckExceptions,
-      "Source files below DIR are exempt from the time checks of --mtime and --not-newer-than-binary "
-      "(repeatable)"));
   repeatable(
-      findCommand->add_option("--dir", find.dirs,
+      findCommand
+          ->add_option(
+              "--time-check-exception", find.timeCheckExceptions,
+              "Source files below DIR are exempt from the time checks of --mtime and --not-newer-than-binary "
+              "(repeatable)")
+          ->type_name("DIR"));
+  repeatable(findCommand
+                 ->add_option("--dir", find.dirs,
                               "Search directory in the form CATEGORY[:FLAGS]=DIR, e.g. sym:rp=/opt/debug "
-                              "(repeatable; see below)"));
-  findCommand->add_option("--archive", find.archive,
-                          "Archive directory: files are looked for under DIR/<subdirectory>/<name>/..., "
-                          "subdirectory binaries, symbols, sources or all");
-  findCommand->add_option(
-      "--cache", find.cache,
-      "Cache directory: searched by the cache step (switch it on with --steps +cache); "
-      "kernel images extracted from compressed ones go to DIR/vmlinux_cache/<md5>/vmlinux");
-  findCommand->add_option("--result-dir", find.resultDir,
-                          "Result directory of a collection run: its binaries, symbols, sources, all and "
-                          "archive subdirectories are searched first, then the user's own directories");
-  findCommand->add_option("--kernel-release", find.kernelRelease,
-                          "Kernel release of the target system (default: the running kernel's); vell find "
-                          "bin vmlinux then also tries /boot/vmlinux-RELEASE and /boot/vmlinuz-RELEASE");
-  findCommand->add_option("--suggest", find.suggest, "A path to check before any search step");
-  findCommand->add_option("--steps", find.steps, STEPS_OPTION_HELP);
+                              "(repeatable; see below)")
+                 ->type_name("SPEC"));
+  findCommand
+      ->add_option("--archive", find.archive,
+                   "Archive directory: files are looked for under DIR/<subdirectory>/<name>/..., "
+                   "subdirectory binaries, symbols, sources or all")
+      ->type_name("DIR");
+  findCommand
+      ->add_option("--cache", find.cache,
+                   "Cache directory: searched by the cache step (switch it on with --steps +cache); "
+                   "kernel images extracted from compressed ones go to DIR/vmlinux_cache/<md5>/vmlinux")
+      ->type_name("DIR");
+  findCommand
+      ->add_option("--result-dir", find.resultDir,
+                   "Result directory of a collection run: its binaries, symbols, sources, all and "
+                   "archive subdirectories are searched first, then the user's own directories")
+      ->type_name("DIR");
+  findCommand
+      ->add_option("--kernel-release", find.kernelRelease,
+                   "Kernel release of the target system (default: the running kernel's); vell find "
+                   "bin vmlinux then also tries /boot/vmlinux-RELEASE and /boot/vmlinuz-RELEASE")
+      ->type_name("RELEASE");
+  findCommand->add_option("--suggest", find.suggest, "A path to check before any search step")
+      ->type_name("PATH");
+  findCommand->add_option("--steps", find.steps, STEPS_OPTION_HELP)->type_name("LIST");
   findCommand->add_flag("--all", find.all,
                         "Go on past the first file and list every valid file (the first is the answer)");
   findCommand->add_flag("--explain", find.explain,
                         "List the rejected candidates with their step, severity and message (see below)");
 
   CLI::App *dirsCommand = app.add_subcommand("dirs", "Manage the user's own search directories");
+  dirsCommand->footer(DIRS_FOOTER);
   dirsCommand->require_subcommand(1);
   std::vector<std::string> dirSpecs;
   CLI::App *dirsAdd = dirsCommand->add_subcommand(
       "add", "Add directories in the form CATEGORY[:FLAGS]=DIR (CATEGORY bin, sym, src or all; FLAGS r "
              "recursive, p high priority), e.g. sym:rp=/opt/debug; relative directories are made absolute");
-  dirsAdd->add_option("spec", dirSpecs, "Directory specs")->required();
+  dirsAdd->footer(DIRS_FOOTER);
+  dirsAdd->add_option("spec", dirSpecs, "Directory specs")->type_name("SPEC")->required();
   CLI::App *dirsList =
       dirsCommand->add_subcommand("list", "List the directories in the form CATEGORY[:FLAGS]=DIR");
+  dirsList->footer(DIRS_FOOTER);
   std::vector<std::string> clearCategories;
   CLI::App *dirsClear = dirsCommand->add_subcommand(
       "clear", "Remove every directory of the given categories (bin, sym, src, all; "
                "all is the list that serves every kind of file)");
-  dirsClear->add_option("category", clearCategories, "Categories to clear")->required();
+  dirsClear->footer(DIRS_FOOTER);
+  dirsClear->add_option("category", clearCategories, "Categories to clear")
+      ->type_name("CATEGORY")
+      ->required();
 
   ArchiveOptions archive;
   CLI::App *archiveCommand =
       app.add_subcommand("archive", "File a copy of FILE into the archive of a result directory: "
                                     "DIR/archive/<subdirectory>/<name>/<md5>/<name>");
-  archiveCommand->add_option("file", archive.file, "The file to archive")->required();
-  archiveCommand->add_option("--category", archive.category, "bin, sym, src or all")->required();
-  archiveCommand->add_option("--result-dir", archive.resultDir, "The result directory")->required();
+  archiveCommand->footer(COMMAND_FOOTER);
+  archiveCommand->add_option("file", archive.file, "The file to archive")->type_name("FILE")->required();
+  archiveCommand->add_option("--category", archive.category, "bin, sym, src or all")
+      ->type_name("CATEGORY")
+      ->required();
+  archiveCommand->add_option("--result-dir", archive.resultDir, "The result directory")
+      ->type_name("DIR")
+      ->required();
 
   std::string checksumFile;
   bool sha1 = false;
   CLI::App *checksumCommand = app.add_subcommand(
       "checksum", "Print the MD5 checksum of FILE (or sha1: and its SHA-1 checksum), as --checksum takes it");
-  checksumCommand->add_option("file", checksumFile, "The file")->required();
+  checksumCommand->footer(COMMAND_FOOTER);
+  checksumCommand->add_option("file", checksumFile, "The file")->type_name("FILE")->required();
   checksumCommand->add_flag("--sha1", sha1, "SHA-1 instead of MD5");
 
   std::string compressed;
   std::string output;
   CLI::App *extractCommand = app.add_subcommand(
       "extract-kernel", "Extract the uncompressed kernel image of a gzip-compressed kernel into OUTPUT");
-  extractCommand->add_option("compressed", compressed, "The compressed kernel image")->required();
-  extractCommand->add_option("output", output, "The file to write")->required();
+  extractCommand->footer(COMMAND_FOOTER);
+  extractCommand->add_option("compressed", compressed, "The compressed kernel image")
+      ->type_name("COMPRESSED")
+      ->required();
+  extractCommand->add_option("output", output, "The file to write")->type_name("OUTPUT")->required();
 
   std::vector<std::string> args = joinStepsValues(argc, argv);
   std::vector<char *> pointers;

@@ -19,7 +19,7 @@ const char *const STEPS_OPTION_HELP =
     "name: archive (ssArchiveSearchDirs), high (ssHighPrioritySearchDirs), cache (ssCacheSearchDir), "
     "absolute or abs (ssAbsoluteNameLookup), around (ssAroundBinaryLookup), low (ssLowPrioritySearchDirs), "
     "system or sys (ssSystemDirs). Steps always run in this order. "
-    "Example: --steps=-system,+cache (use '=' when the list starts with '-').";
+    "Example: --steps -system,+cache (or --steps=-system,+cache).";
 
 namespace {
 
