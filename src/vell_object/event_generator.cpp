@@ -51,6 +51,11 @@ void EventGeneratorImpl::event(event_t e) {
       continue;
     handler->event(e);
   }
+  // After event 0 every handler has forgotten this generator and will not
+  // unregister itself any more; keeping them listed would leave dangling
+  // entries behind.
+  if (e == 0)
+    m_handlers.clear();
 }
 
 void EventGeneratorImpl::disconnect() {
@@ -61,9 +66,6 @@ void EventGeneratorImpl::disconnect() {
   if (sharedLock)
     sharedLock->lock(); // waits until no search reads the callback
   event(0);
-  // Every holder has forgotten the callback and will not unregister itself any
-  // more; keeping them listed would leave dangling entries behind.
-  m_handlers.clear();
   if (sharedLock)
     sharedLock->unlock();
 }

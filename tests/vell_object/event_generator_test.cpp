@@ -119,15 +119,37 @@ TEST(EventGenerator, DestroyedHolderIsUnregisteredFirst) {
 }
 
 TEST(EventGenerator, NonZeroEventChangesNothing) {
+  auto callback = std::make_unique<TestCallback>();
+  auto holder = std::make_unique<CallbackHolder<TestCallback>>(callback.get());
+  callback->eventGeneratorImpl()->event(1);
+  callback->eventGeneratorImpl()->event(0xFFFFFFFFu);
+  EXPECT_EQ(holder->callbackUnlocked(), callback.get());
+  holder->event(7);
+  EXPECT_EQ(holder->callbackUnlocked(), callback.get());
+  callback->eventGeneratorImpl()->event(0);
+  EXPECT_EQ(holder->callbackUnlocked(), nullptr);
+  // Event 0 also dropped the holder from the generator: the holder may die
+  // first without the generator touching it later.
+  holder.reset();
+  callback.reset();
+}
+
+TEST(EventGenerator, EventZeroUnregistersEveryHandler) {
+  TestCallback callback;
+  RecordingHandler handler;
+  callback.eventGeneratorImpl()->addHandler(&handler);
+  callback.eventGeneratorImpl()->event(0);
+  callback.eventGeneratorImpl()->event(8);
+  EXPECT_EQ(handler.events, std::vector<event_t>{0});
+}
+
+TEST(EventGenerator, HolderForgetsOnlyOnEventZero) {
   TestCallback callback;
   CallbackHolder<TestCallback> holder(&callback);
-  callback.eventGeneratorImpl()->event(1);
-  callback.eventGeneratorImpl()->event(0xFFFFFFFFu);
+  holder.event(1);
+  holder.event(42);
   EXPECT_EQ(holder.callbackUnlocked(), &callback);
-  holder.event(7);
-  EXPECT_EQ(holder.callbackUnlocked(), &callback);
-  holder.event(0);
-  EXPECT_EQ(holder.callbackUnlocked(), nullptr);
+  holder.set(nullptr);
 }
 
 TEST(EventGenerator, EventsReachHandlersInRegistrationOrder) {
