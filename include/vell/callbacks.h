@@ -2,6 +2,8 @@
 // history, and the search manipulator that configures them.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -103,48 +105,78 @@ enum search_dirs_behavior_t : uint32_t {
 
 // --- Default callbacks -------------------------------------------------------------
 
+// Built on the stack for one call of a default callback: the host's own
+// callback of that kind, the history and the call's arguments.
+class ISearchStartedHandler;
+class IFilesFoundHandler;
+class INoFilesFoundHandler;
+
+// The default callbacks combine the host's own callback of the same kind with
+// the search history, as their behaviour says. The own callback is held in a
+// CallbackHolder (host callbacks are not reference-counted) and read under its
+// lock for the length of one call. Behaviours and own callbacks may be changed
+// at any time; the setters take this callback's own lock exclusively, so a
+// change waits for the calls that a search is making through an environment
+// and applies to the next call. A setter must therefore not be called from
+// inside a callback of the same default callback.
+
 // Combines the host's own search-started callback with the history.
 class VELL_API DefaultSearchStartedCallback : public ISearchStartedCallback {
 public:
   explicit DefaultSearchStartedCallback(ISearchHistory *history);
+  ~DefaultSearchStartedCallback() override;
   bool binFileSearchStarted(const char *binName, IStringContainer &names) override;
   bool symFileSearchStarted(const char *key1, const char *key2, const char *key3,
                             IStringContainer &names) override;
   bool srcFileSearchStarted(const char *key1, const char *key2, const char *key3,
                             IStringContainer &names) override;
 
-  void setOwnCallback(ISearchStartedCallback *callback) { m_ownCallback.set(callback); }
-  void setBehavior(search_started_behavior_t behavior) { m_behavior = behavior; }
-  search_started_behavior_t behavior() const { return m_behavior; }
+  // The own callback runs first and may veto; a remembered answer is then
+  // added to names (behaviour 1 goes on, 2 and above skip the search steps).
+  bool processSearchStarted(ISearchStartedHandler &handler, IStringContainer &names);
+
+  void setOwnCallback(ISearchStartedCallback *callback);
+  void setBehavior(search_started_behavior_t behavior);
+  search_started_behavior_t behavior() const;
+  ObjectPtr<ISearchHistory> history() const { return m_history; }
 
 private:
   CallbackHolder<ISearchStartedCallback> m_ownCallback;
-  ISearchHistory *m_history;
-  search_started_behavior_t m_behavior;
+  ObjectPtr<ISearchHistory> m_history;
+  std::atomic<uint32_t> m_behavior;
 };
 
+// Combines the host's own files-found callback with the history.
 class VELL_API DefaultFilesFoundCallback : public IFilesFoundCallback {
 public:
   explicit DefaultFilesFoundCallback(ISearchHistory *history);
+  ~DefaultFilesFoundCallback() override;
   ObjectPtr<IValidFile> binFilesFound(const char *binName, IValidFileIterator &files) override;
   ObjectPtr<IValidFile> symFilesFound(const char *key1, const char *key2, const char *key3,
                                       IValidFileIterator &files) override;
   ObjectPtr<IValidFile> srcFilesFound(const char *key1, const char *key2, const char *key3,
                                       IValidFileIterator &files) override;
 
-  void setOwnCallback(IFilesFoundCallback *callback) { m_ownCallback.set(callback); }
-  void setBehavior(files_found_behavior_t behavior) { m_behavior = behavior; }
-  files_found_behavior_t behavior() const { return m_behavior; }
+  // The own callback's choice; with a non-zero behaviour the next valid file
+  // when it chose none, and the chosen file is remembered.
+  ObjectPtr<IValidFile> processFilesFound(IFilesFoundHandler &handler, IValidFileIterator &files);
+
+  void setOwnCallback(IFilesFoundCallback *callback);
+  void setBehavior(files_found_behavior_t behavior);
+  files_found_behavior_t behavior() const;
+  ObjectPtr<ISearchHistory> history() const { return m_history; }
 
 private:
   CallbackHolder<IFilesFoundCallback> m_ownCallback;
-  ISearchHistory *m_history;
-  files_found_behavior_t m_behavior;
+  ObjectPtr<ISearchHistory> m_history;
+  std::atomic<uint32_t> m_behavior;
 };
 
+// Combines the host's own no-files-found callback with the history.
 class VELL_API DefaultNoFilesFoundCallback : public INoFilesFoundCallback {
 public:
   explicit DefaultNoFilesFoundCallback(ISearchHistory *history);
+  ~DefaultNoFilesFoundCallback() override;
   ObjectPtr<IValidFile> noBinFilesFound(const char *binName, IValidator &validator,
                                         IInvalidFileIterator &rejected, IValidFileIterator &files) override;
   ObjectPtr<IValidFile> noSymFilesFound(const char *key1, const char *key2, const char *key3,
@@ -154,14 +186,19 @@ public:
                                         IValidator &validator, IInvalidFileIterator &rejected,
                                         IValidFileIterator &files) override;
 
-  void setOwnCallback(INoFilesFoundCallback *callback) { m_ownCallback.set(callback); }
-  void setBehavior(no_files_found_behavior_t behavior) { m_behavior = behavior; }
-  no_files_found_behavior_t behavior() const { return m_behavior; }
+  // The own callback's file; with behaviour 2 and above its name (or the empty
+  // name when there is none) is remembered.
+  ObjectPtr<IValidFile> processNoFilesFound(INoFilesFoundHandler &handler);
+
+  void setOwnCallback(INoFilesFoundCallback *callback);
+  void setBehavior(no_files_found_behavior_t behavior);
+  no_files_found_behavior_t behavior() const;
+  ObjectPtr<ISearchHistory> history() const { return m_history; }
 
 private:
   CallbackHolder<INoFilesFoundCallback> m_ownCallback;
-  ISearchHistory *m_history;
-  no_files_found_behavior_t m_behavior;
+  ObjectPtr<ISearchHistory> m_history;
+  std::atomic<uint32_t> m_behavior;
 };
 
 // --- Search manipulator ------------------------------------------------------------
@@ -178,9 +215,19 @@ public:
   virtual int setOwnNoFilesFoundCallback(const char *key, INoFilesFoundCallback *callback) = 0;
   virtual int setSearchDirsBehavior(const char *key, search_dirs_behavior_t behavior) = 0;
 
-  // A manipulator for a resolution context (null for none): each default
-  // callback it creates for a key is registered in that context for the
-  // client id equal to the key.
+  // A manipulator for a resolution context (null for none). The setters
+  // find or create, per key, the default callback of their kind (behaviour 0,
+  // no own callback, this manipulator's history) and change it; a null key
+  // does nothing. They return 0.
+  //
+  // Each default callback created for a key is registered once, when it is
+  // created, in the manipulator's context for the client id equal to the key,
+  // through IResolutionContextMgr::create()->register<Kind>Callback(context,
+  // key, callback); environments created for that context and client then use
+  // it. The manipulator keeps a copy of the context's identity and a reference
+  // on the manager, so the registrations last as long as the manipulator; its
+  // default callbacks die with it and every environment forgets them. With a
+  // null context nothing is registered.
   static VELL_API ObjectPtr<ISearchManipulator> create(IResolutionContext *context);
 };
 
