@@ -1,0 +1,52 @@
+// The step handlers shared by every category of file: archive, search,
+// cache and system directories and the absolute-name look-up.
+#pragma once
+
+#include <string>
+
+#include "vell_search/file_search_strategy.h"
+#include "vell_search/files_finder.h"
+
+namespace VELL_2_13 {
+
+class BasicFileSearchStrategy : public IFileSearchStrategy, public ISearchDirectoryFindCallback {
+public:
+  // env may be null; it is not owned and must outlive the strategy.
+  BasicFileSearchStrategy(ISearchEnv *env, const std::string &fileName);
+  virtual ~BasicFileSearchStrategy() = default;
+
+  bool findInArchiveDirs(ISearchResultsContainer &container) override;
+  bool findInHighPriorityDirs(ISearchResultsContainer &container) override;
+  bool lookUpAbsoluteName(ISearchResultsContainer &container) override;
+  bool lookUpAroundBinary(ISearchResultsContainer &container) override;
+  bool findInLowPriorityDirs(ISearchResultsContainer &container) override;
+  bool findInSystemDirs(ISearchResultsContainer &container) override;
+  bool findInCacheDir(ISearchResultsContainer &container) override;
+  ISearchEnv *getSearchEnv() const override { return m_searchEnv; }
+  const char *fileToSearch() override { return m_fileName.c_str(); }
+  ObjectPtr<ISearchStepsIterator> getSearchStepsIterator(unsigned long long mask) override;
+  // Claims nothing and skips nothing.
+  bool find(const std::string &dir, bool recursive, const std::string &name,
+            ISearchResultsContainer &container, bool &skipDir) override;
+  virtual search_category_t getCategorySpecific() = 0;
+  virtual void fillSystemDirs(ISearchDirectoryContainer &container) = 0;
+
+protected:
+  const std::string &fileName() const { return m_fileName; }
+
+private:
+  bool findInSearchDirs(ISearchResultsContainer &container, bool highPriority);
+  bool searchDirPass(const ObjectPtr<ISearchDirIterator> &dirs, bool highPriority,
+                     ISearchResultsContainer &container);
+
+  ISearchEnv *m_searchEnv;
+  std::string m_fileName;
+};
+
+// Marks a file of a guest system kept under a search directory.
+extern const char *const GUEST_MARKER; // "[guest]"
+
+// Whether name holds the guest marker.
+bool isGuestName(const std::string &name);
+
+} // namespace VELL_2_13
