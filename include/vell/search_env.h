@@ -204,8 +204,14 @@ struct SearchDirSpec {
   std::string directory;
 };
 
-// Parses one command-line text such as "sym:rp=/opt/debug". On failure returns
-// false and sets error to a message naming the bad part.
+// Parses one command-line text such as "sym:rp=/opt/debug": a prefix bin, sym,
+// src or all; optionally ":" and the flags r (recursive) and p (high priority),
+// each at most once and in either order ("rp" and "pr" mean the same); "=";
+// then the directory, taken verbatim up to the end (it may hold "=" or ":").
+// On failure returns false, leaves spec untouched and sets error to a message
+// naming the bad part (unknown prefix, unknown or repeated flag, empty flag
+// list, missing "=", empty directory). Rendering drops one trailing backslash,
+// so a name ending in one does not come back byte for byte.
 VELL_API bool parseSearchDirCommandLine(const std::string &text, SearchDirSpec &spec, std::string &error);
 
 // "[ISearchEnv: searchDirs = /d (Recursive,  HighPriority), ]"
