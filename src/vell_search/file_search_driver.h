@@ -1,0 +1,47 @@
+// FileSearch: the library's entry point for locating one binary, symbol
+// file or source file over a search environment.
+#pragma once
+
+#include <string>
+
+#include "vell/file_search.h"
+#include "vell_search/confidence_policy.h"
+#include "vell_search/file_search_strategy.h"
+
+namespace VELL_2_13 {
+
+class Validator;
+
+class FileSearch : public RefCountImpl<IFileSearch> {
+public:
+  explicit FileSearch(const ObjectPtr<ISearchEnv> &env);
+  ~FileSearch() override;
+
+  ObjectPtr<IValidFile> findBinFile(const char *binName, IValidatorCallback *validatorCallback,
+                                    const char *suggestedPath, unsigned long long searchStepsMask) override;
+  ObjectPtr<IValidFile> findSymFile(const char *symName, const char *binName, const char *checksum,
+                                    IValidatorCallback *validatorCallback, const char *suggestedPath,
+                                    ISymSrvDownloadProgressCallback *progressCallback,
+                                    const char *symbolSearchHint) override;
+  ObjectPtr<IValidFile> findSrcFile(const char *srcName, const char *binName, const char *checksum,
+                                    IValidatorCallback *validatorCallback,
+                                    const char *suggestedPath) override;
+
+  // The private directory fetched files are placed in; empty without a file
+  // retriever.
+  const std::string &tempDir() const { return m_tempDir; }
+
+private:
+  ObjectPtr<IValidFile> internalFindBinFile(const char *binName, IValidatorCallback *validatorCallback,
+                                            const char *suggestedPath, unsigned long long searchStepsMask);
+  // The common driver: search-started callback, suggestions, the lazy steps
+  // and the files-found / no-files-found callbacks.
+  ObjectPtr<IValidFile> findFile(IFileSearchStrategy &strategy, Validator &validator,
+                                 const char *suggestedPath, unsigned long long searchStepsMask);
+
+  ObjectPtr<ISearchEnv> m_pSearchEnv;
+  ConfidenceLevelPolicyWrapper m_confidencePolicy;
+  std::string m_tempDir;
+};
+
+} // namespace VELL_2_13

@@ -1,0 +1,162 @@
+// The candidate iterator of one search.
+#include "vell_search_impl/found_files_lazy_iterator.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+
+#include "platform/log.h"
+#include "vell/file_search.h"
+#include "vell/platform.h"
+#include "vell/validation.h"
+
+namespace VELL_2_13 {
+
+namespace {
+
+const char *const kUnit = "src/vell_search_impl";
+// The line reported with a missing steps iterator.
+const int kNullStepsIteratorLine = 259;
+
+// Whether a file of that name is already in the list (byte-wise comparison).
+template <class T> bool containsName(const std::vector<ObjectPtr<T>> &files, const char *name) {
+  for (const ObjectPtr<T> &file : files) {
+    if (utils::compareCanonicalFileNames(file->name(), name) == 0)
+      return true;
+  }
+  return false;
+}
+
+} // namespace
+
+FoundFilesLazyIterator::FoundFilesLazyIterator(IFileSearchStrategy &strategy, IValidatorInternal &validator,
+                                               unsigned long long mask)
+    : m_strategy(strategy), m_validator(validator), m_validFilesIterator(m_validFiles),
+      m_invalidFilesIterator(m_invalidFiles), m_stepsIterator(strategy.getSearchStepsIterator(mask)),
+      m_cursor(0) {
+  if (!m_stepsIterator) {
+    platform::reportAssertion("Null pointer", kUnit, kNullStepsIteratorLine);
+    return;
+  }
+  m_stepsIterator->reset();
+}
+
+void FoundFilesLazyIterator::reset() { m_cursor = 0; }
+
+ObjectPtr<IValidFile> FoundFilesLazyIterator::next() {
+  for (;;) {
+    if (m_cursor < m_validFiles.size())
+      return m_validFiles[m_cursor++];
+    search_step_t step{};
+    if (!m_stepsIterator || !m_stepsIterator->current(step)) {
+      VELL_LOG_INFO("Nothing found");
+      return ObjectPtr<IValidFile>();
+    }
+    if (!runStep(step)) {
+      VELL_LOG_ERROR_AT(kUnit, "Unexpected value.");
+      return ObjectPtr<IValidFile>();
+    }
+    if (m_cursor < m_validFiles.size())
+      VELL_LOG_INFO("Found file:" << m_validFiles[m_cursor]->name() << " in step:" << dump(step));
+    m_stepsIterator->next();
+  }
+}
+
+bool FoundFilesLazyIterator::runStep(search_step_t step) {
+  // The handlers' own answers are not needed: the lists tell what arrived.
+  switch (step) {
+  case ssArchiveSearchDirs:
+    m_strategy.findInArchiveDirs(*this);
+    return true;
+  case ssHighPrioritySearchDirs:
+    m_strategy.findInHighPriorityDirs(*this);
+    return true;
+  case ssAbsoluteNameLookup:
+    m_strategy.lookUpAbsoluteName(*this);
+    return true;
+  case ssAroundBinaryLookup:
+    m_strategy.lookUpAroundBinary(*this);
+    return true;
+  case ssLowPrioritySearchDirs:
+    m_strategy.findInLowPriorityDirs(*this);
+    return true;
+  case ssSystemDirs:
+    m_strategy.findInSystemDirs(*this);
+    return true;
+  case ssCacheSearchDir:
+    m_strategy.findInCacheDir(*this);
+    return true;
+  default:
+    return false;
+  }
+}
+
+bool FoundFilesLazyIterator::validateAndAdd(const char *path, unsigned int searchStep) {
+  std::string candidate = path ? path : "";
+  if (!utils::fileExists(candidate.c_str())) {
+    VELL_LOG_INFO("*** DO__NOT__EXIST " << candidate);
+    return false;
+  }
+  ObjectPtr<IValidatedFile> validated = m_validator.validateInternal(candidate.c_str(), searchStep);
+  if (!validated)
+    return false;
+  substituteCompressedKernel(validated, candidate, searchStep);
+
+  ObjectPtr<IValidFile> valid = validated->validFile();
+  if (!valid) {
+    ObjectPtr<IInvalidFile> invalid = validated->invalidFile();
+    if (!invalid)
+      return false;
+    if (containsName(m_invalidFiles, invalid->name())) {
+      VELL_LOG_INFO("*** INVALID_DUBLIC " << candidate);
+      return false;
+    }
+    m_invalidFiles.push_back(invalid);
+    VELL_LOG_INFO("*** INVALID__ADDED " << candidate);
+    return false;
+  }
+  // The first file of a name wins, whatever the confidence of a later one.
+  if (containsName(m_validFiles, valid->name())) {
+    VELL_LOG_INFO("*** VALID_DUBLICAT " << candidate);
+    return false;
+  }
+  // A cursor at the end now stands on the new file.
+  m_validFiles.push_back(valid);
+  VELL_LOG_INFO("*** VALID____ADDED " << candidate);
+  return true;
+}
+
+void FoundFilesLazyIterator::substituteCompressedKernel(ObjectPtr<IValidatedFile> &validated,
+                                                        std::string &path, unsigned int searchStep) {
+  if (!validated->validFile() || utils::getFileNameOnly(path.c_str()).rfind(VMLINUZ, 0) != 0)
+    return;
+  ObjectPtr<IChecksumCalculator> calculator = IChecksumCalculator::create();
+  if (!calculator)
+    return;
+  ObjectPtr<IChecksum> checksum;
+  try {
+    checksum = calculator->calculateChecksum(path.c_str(), ctMd5);
+  } catch (const std::exception &) {
+    return;
+  }
+  if (!checksum)
+    return;
+  // <cache root>/vmlinux_cache/<md5>/vmlinux: one extracted image per
+  // compressed image, reused by later searches.
+  boost::filesystem::path cacheDir(platform::IProductLocations::get().cacheRoot());
+  cacheDir /= "vmlinux_cache";
+  cacheDir /= checksum->value();
+  const std::string target = (cacheDir / VMLINUX).string();
+  if (!utils::fileExists(target.c_str())) {
+    boost::system::error_code ignored;
+    boost::filesystem::create_directories(cacheDir, ignored);
+    if (!utils::extractVmlinux(path.c_str(), target.c_str()))
+      return;
+  }
+  ObjectPtr<IValidatedFile> extracted = m_validator.validateInternal(target.c_str(), searchStep);
+  if (!extracted || !extracted->validFile())
+    return;
+  validated = extracted;
+  path = target;
+}
+
+} // namespace VELL_2_13
