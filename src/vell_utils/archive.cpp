@@ -1,0 +1,74 @@
+// Files a copy of a file into an archive tree keyed by its name and MD5:
+// <targetDir>[/<subDir>]/<file name>/<md5>/<file name>.
+#include <exception>
+
+#include <boost/filesystem.hpp>
+
+#include "vell/file_search.h"
+#include "vell/validation.h"
+
+namespace VELL_2_13 {
+namespace utils {
+
+namespace {
+
+enum ArchiveStatus {
+  kArchived = 0,
+  kNoCalculator = 2,
+  kNoChecksum = 3,
+  kCannotCreateDirectory = 4,
+  kAlreadyArchived = 6,
+};
+
+// True when dir is a directory or could be made one (one level).
+bool ensureDirectory(const std::string &dir) { return isDirectory(dir.c_str()) || createDir(dir.c_str()); }
+
+} // namespace
+
+int archiveFile(const char *source, const char *targetDir, const char *subDir, std::string &result,
+                bool removeSource) {
+  std::string dir = targetDir ? targetDir : "";
+  if (!ensureDirectory(dir))
+    return kCannotCreateDirectory;
+  if (subDir) {
+    dir = addSubPart(dir.c_str(), subDir);
+    if (!ensureDirectory(dir))
+      return kCannotCreateDirectory;
+  }
+  // Every archived file gets a directory named after its own name.
+  const std::string fileName = getFileNameOnly(source);
+  dir = addSubPart(dir.c_str(), fileName.c_str());
+  if (!ensureDirectory(dir))
+    return kCannotCreateDirectory;
+
+  ObjectPtr<IChecksumCalculator> calculator = IChecksumCalculator::create();
+  if (!calculator)
+    return kNoCalculator;
+  ObjectPtr<IChecksum> checksum;
+  try {
+    checksum = calculator->calculateChecksum(source, ctMd5);
+  } catch (const std::exception &) {
+    return kNoChecksum; // unreadable source
+  }
+  if (!checksum)
+    return kNoChecksum;
+
+  dir = addSubPart(dir.c_str(), checksum->value());
+  if (!isDirectory(dir.c_str()) && !createDir(dir.c_str()))
+    return kCannotCreateDirectory;
+
+  const std::string target = addSubPart(dir.c_str(), fileName.c_str());
+  result = target;
+  // The same content under the same name is stored once.
+  if (fileExists(target.c_str()))
+    return kAlreadyArchived;
+
+  // Errors of the copy and the removal leave as filesystem_error.
+  boost::filesystem::copy_file(source, target, boost::filesystem::copy_options::overwrite_existing);
+  if (removeSource)
+    boost::filesystem::remove(source);
+  return kArchived;
+}
+
+} // namespace utils
+} // namespace VELL_2_13
