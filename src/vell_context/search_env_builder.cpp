@@ -2,6 +2,7 @@
 // searches over them, and frozen search directories per client.
 #include "platform/log.h"
 #include "vell_context/context_layout.h"
+#include "vell_context/context_search_dirs.h"
 #include "vell_context/resolution_context_mgr.h"
 
 namespace VELL_2_13 {
@@ -18,19 +19,6 @@ struct CollectedValues {
   IMessenger *messenger = nullptr;
   ObjectPtr<IEnvironmentInfo> environmentInfo;
 };
-
-// Adds every container of the level's search-directory keys, in key order.
-void addSearchDirsByKey(IMetadata &metadata, ISearchDirChain &chain) {
-  // The key iterator holds the metadata's lock shared until it dies; it lives
-  // only inside this function.
-  ObjectPtr<ISearchDirKeyIterator> keys = metadata.searchDirsKeyIterator();
-  const char *key = nullptr;
-  ObjectPtr<ISearchDirContainer> container;
-  while (keys->getCurrentRecord(key, container)) {
-    chain.addItem(container);
-    keys->next();
-  }
-}
 
 // The level's archive directory, divided per category.
 void addArchiveDirs(IMetadata &metadata, IEditableSearchDirContainer &archiveDirs) {
@@ -122,7 +110,9 @@ ObjectPtr<ISearchEnv> ResolutionContextMgr::createSearchEnv(IResolutionContext &
         searchDirs->addItem(capturedDirs);
         captured = true;
       } else {
-        addSearchDirsByKey(*metadata, *searchDirs);
+        // The level's containers in key order, looked up afresh whenever the
+        // environment enumerates its directories.
+        searchDirs->addItem(ObjectPtr<ISearchDirContainer>(new ContextSearchDirs(metadata)));
       }
     }
     // Archive directories of all levels accumulate.
