@@ -110,7 +110,7 @@ void configureLibrary(const GlobalOptions &global) {
 }
 
 // Each occurrence of a repeatable option takes exactly one value.
-CLI::Option *repeatable(CLI::Option *option) { return option->allow_extra_args(false)->expected(1); }
+CLI::Option *repeatable(CLI::Option *option) { return option->allow_extra_args(false); }
 
 } // namespace
 

@@ -133,13 +133,15 @@ TEST(ToolDirsTest, CommandLineDirectoriesComeBeforeTheUsersOwn) {
   std::string given = dir.write("given/libu.so.debug", "given");
   ToolRunner tool;
   ASSERT_EQ(0, tool.run({"dirs", "add", "sym=" + dir.sub("mine")}).status);
-  ToolResult found =
-      tool.run({"--json", "find", "sym", "libu.so.debug", "--dir", "sym=" + dir.sub("given"), "--all"});
+  ToolResult found = tool.run({"--json", "find", "sym", "libu.so.debug", "--dir", "sym=" + dir.sub("given")});
   ASSERT_EQ(0, found.status) << found.err;
-  json out = json::parse(found.out);
-  EXPECT_EQ(given, out["path"]);
-  ASSERT_EQ(2u, out["files"].size());
-  EXPECT_EQ(mine, out["files"][1]["path"]);
+  EXPECT_EQ(given, json::parse(found.out)["path"]);
+  // A user's directory of high priority comes before a plain one given on the command line.
+  ASSERT_EQ(0, tool.run({"dirs", "add", "sym:p=" + dir.sub("mine")}).status);
+  ToolResult high = tool.run({"--json", "find", "sym", "libu.so.debug", "--dir", "sym=" + dir.sub("given")});
+  ASSERT_EQ(0, high.status) << high.err;
+  EXPECT_EQ(mine, json::parse(high.out)["path"]);
+  EXPECT_EQ("ssHighPrioritySearchDirs", json::parse(high.out)["step"]);
 }
 
 // Every bad input: exit status 2, one line on standard error naming the

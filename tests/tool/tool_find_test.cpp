@@ -77,32 +77,51 @@ TEST(ToolFindTest, RelativeBinaryIsTakenFromTheWorkingDirectory) {
 TEST(ToolFindTest, AllListsEveryValidFileAndAnswersTheFirst) {
   VELL_REQUIRE_TOOL();
   SymbolTree tree;
+  std::string inTree = tree.dir.write("debug/deep/er/libx.so.debug", "symbols in a tree");
   ToolRunner tool;
-  ToolResult result = tool.run({"find", "sym", "libx.so.debug", "--binary", tree.binary, "--all"});
+  ToolResult result = tool.run({"find", "sym", "libx.so.debug", "--binary", tree.binary, "--dir",
+                                "sym:r=" + tree.dir.sub("debug"), "--all"});
   EXPECT_EQ(0, result.status) << result.err;
+  // A step ends at its first valid file; --all goes on with the later steps.
   std::vector<std::string> expected = foundLines(tree.beside, 1, "ssAroundBinaryLookup");
   expected.push_back("valid files: 2");
   expected.push_back("  " + tree.beside + " (confidence 1, step ssAroundBinaryLookup)");
-  expected.push_back("  " + tree.dotDebug + " (confidence 1, step ssAroundBinaryLookup)");
+  expected.push_back("  " + inTree + " (confidence 1, step ssLowPrioritySearchDirs)");
   EXPECT_EQ(expected, lines(result.out));
 }
 
-TEST(ToolFindTest, AllGoesOnWithLaterSteps) {
+TEST(ToolFindTest, AllAsJson) {
   VELL_REQUIRE_TOOL();
   SymbolTree tree;
+  std::string high = tree.dir.write("high/libx.so.debug", "high priority");
   std::string inTree = tree.dir.write("debug/deep/er/libx.so.debug", "symbols in a tree");
   ToolRunner tool;
-  ToolResult result = tool.run({"--json", "find", "sym", "libx.so.debug", "--binary", tree.binary, "--dir",
-                                "sym:r=" + tree.dir.sub("debug"), "--all"});
+  ToolResult result =
+      tool.run({"--json", "find", "sym", "libx.so.debug", "--binary", tree.binary, "--dir",
+                "sym:r=" + tree.dir.sub("debug"), "--dir", "sym:p=" + tree.dir.sub("high"), "--all"});
   ASSERT_EQ(0, result.status) << result.err;
   json out = parse(result);
-  EXPECT_EQ(tree.beside, out["path"]);
+  EXPECT_EQ(high, out["path"]);
+  EXPECT_EQ("ssHighPrioritySearchDirs", out["step"]);
   ASSERT_EQ(3u, out["files"].size());
-  EXPECT_EQ(tree.beside, out["files"][0]["path"]);
-  EXPECT_EQ(tree.dotDebug, out["files"][1]["path"]);
+  EXPECT_EQ(high, out["files"][0]["path"]);
+  EXPECT_EQ("ssHighPrioritySearchDirs", out["files"][0]["step"]);
+  EXPECT_EQ(tree.beside, out["files"][1]["path"]);
+  EXPECT_EQ("ssAroundBinaryLookup", out["files"][1]["step"]);
   EXPECT_EQ(inTree, out["files"][2]["path"]);
   EXPECT_EQ("ssLowPrioritySearchDirs", out["files"][2]["step"]);
   EXPECT_EQ(1, out["files"][2]["confidence"]);
+}
+
+TEST(ToolFindTest, AllWithASingleFile) {
+  VELL_REQUIRE_TOOL();
+  SymbolTree tree;
+  ToolRunner tool;
+  ToolResult result = tool.run({"--json", "find", "sym", "libx.so.debug", "--binary", tree.binary, "--all"});
+  ASSERT_EQ(0, result.status) << result.err;
+  json out = parse(result);
+  ASSERT_EQ(1u, out["files"].size());
+  EXPECT_EQ(tree.beside, out["files"][0]["path"]);
 }
 
 TEST(ToolFindTest, SymbolFileUnderADirectoryTree) {
