@@ -8,7 +8,7 @@
 
 namespace VELL_2_13 {
 
-enum search_step_t {
+enum search_step_t : unsigned int {
   ssArchiveSearchDirs = 0x01,
   ssHighPrioritySearchDirs = 0x02,
   ssAbsoluteNameLookup = 0x04,
@@ -19,7 +19,7 @@ enum search_step_t {
   ssCacheSearchDir = 0x80,
 };
 
-enum search_category_t {
+enum search_category_t : int {
   scBinaryFiles = 1,
   scSymbolFiles = 2,
   scSourceFiles = 3,
