@@ -338,7 +338,7 @@ TEST(JsonFilePropertyStorage, KilledWriterLeavesTheOldContentsIntact) {
   ASSERT_GE(child, 0);
   if (child == 0) {
     PropertyBag huge;
-    for (int i = 0; i < 150000; ++i)
+    for (int i = 0; i < 40000; ++i)
       huge.addChild("entry").setValue("name",
                                       Variant("/a/rather/long/directory/name/number/" + std::to_string(i)));
     auto storage = createJsonFilePropertyStorage(path);
@@ -347,7 +347,7 @@ TEST(JsonFilePropertyStorage, KilledWriterLeavesTheOldContentsIntact) {
   }
   // Kill the writer while its temporary file exists, i.e. in the middle of a write.
   bool sawTemporary = false;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(180);
   while (!sawTemporary && std::chrono::steady_clock::now() < deadline)
     sawTemporary = !entriesContaining(dir.path(), ".tmp-").empty();
   ::kill(child, SIGKILL);
