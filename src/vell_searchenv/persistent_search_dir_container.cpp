@@ -42,7 +42,12 @@ void loadCategory(const platform::PropertyBag &categoryBag, IEditableSearchDirCo
   const platform::Variant *category = categoryBag.findValue(CATEGORY_VALUE);
   if (!category || category->type() != platform::Variant::Type::UInt8)
     return;
-  const auto searchCategory = static_cast<search_category_t>(category->getUInt8());
+  // A number outside 1..4 would be refused by addDirectory anyway; it is not
+  // even a value of the enumeration, so it is not converted to one.
+  const uint8_t number = category->getUInt8();
+  if (number < scBinaryFiles || number > scAllFiles)
+    return;
+  const auto searchCategory = static_cast<search_category_t>(number);
   for (const platform::PropertyBag *entry :
        childrenWithFallback(categoryBag, DIRECTORY_BAG, DIRECTORY_BAG_FALLBACK)) {
     const platform::Variant *name = entry->findValue(NAME_VALUE);
