@@ -22,18 +22,12 @@ log4cplus::Logger &vellLogger() {
 
 namespace {
 
-// Whether any appender would receive a line of this logger.
-bool hasAppenderOnPath(log4cplus::Logger logger) {
-  for (;;) {
-    if (!logger.getAllAppenders().empty())
-      return true;
-    if (!logger.getAdditivity())
-      return false;
-    log4cplus::Logger parent = logger.getParent();
-    if (parent.getName() == logger.getName())
-      return false; // the root is its own parent
-    logger = parent;
-  }
+// Whether any appender would receive a line of this logger. "VELL" has no dot
+// in its name, so its only ancestor is the root logger.
+bool hasAppenderOnPath(const log4cplus::Logger &logger) {
+  if (!logger.getAllAppenders().empty())
+    return true;
+  return logger.getAdditivity() && !log4cplus::Logger::getRoot().getAllAppenders().empty();
 }
 
 log4cplus::LogLevel toLog4cplus(LogLevel level) {
