@@ -24,7 +24,7 @@ namespace {
 
 // Whether any appender would receive a line of this logger. "VELL" has no dot
 // in its name, so its only ancestor is the root logger.
-bool hasAppenderOnPath(const log4cplus::Logger &logger) {
+bool hasAppenderOnPath(log4cplus::Logger &logger) {
   if (!logger.getAllAppenders().empty())
     return true;
   return logger.getAdditivity() && !log4cplus::Logger::getRoot().getAllAppenders().empty();
