@@ -158,7 +158,8 @@ public:
                                       IValidFileIterator &files) override;
 
   // The own callback's choice; with a non-zero behaviour the next valid file
-  // when it chose none, and the chosen file is remembered.
+  // when it chose none (the first file when there is no own callback), and
+  // the chosen file is remembered.
   ObjectPtr<IValidFile> processFilesFound(IFilesFoundHandler &handler, IValidFileIterator &files);
 
   void setOwnCallback(IFilesFoundCallback *callback);

@@ -58,13 +58,18 @@ ObjectPtr<IFileAssociation> SrcSearchStartedHandler::lookupHistory() {
 
 // --- Files found ---------------------------------------------------------------------
 
+ObjectPtr<IValidFile> callback_handlers::noOwnChoice(IValidFileIterator &files) {
+  files.reset();
+  return ObjectPtr<IValidFile>();
+}
+
 BinFilesFoundHandler::BinFilesFoundHandler(const CallbackHolder<IFilesFoundCallback> &ownCallback,
                                            ISearchHistory *history, const char *binName)
     : HandlerBase(ownCallback, history), m_binName(binName) {}
 
 ObjectPtr<IValidFile> BinFilesFoundHandler::callUserCallback(IValidFileIterator &files) {
   if (!m_ownCallback)
-    return ObjectPtr<IValidFile>();
+    return callback_handlers::noOwnChoice(files);
   return m_ownCallback->binFilesFound(m_binName, files);
 }
 
@@ -79,7 +84,7 @@ SymFilesFoundHandler::SymFilesFoundHandler(const CallbackHolder<IFilesFoundCallb
 
 ObjectPtr<IValidFile> SymFilesFoundHandler::callUserCallback(IValidFileIterator &files) {
   if (!m_ownCallback)
-    return ObjectPtr<IValidFile>();
+    return callback_handlers::noOwnChoice(files);
   return m_ownCallback->symFilesFound(m_keys.key1, m_keys.key2, m_keys.key3, files);
 }
 
@@ -94,7 +99,7 @@ SrcFilesFoundHandler::SrcFilesFoundHandler(const CallbackHolder<IFilesFoundCallb
 
 ObjectPtr<IValidFile> SrcFilesFoundHandler::callUserCallback(IValidFileIterator &files) {
   if (!m_ownCallback)
-    return ObjectPtr<IValidFile>();
+    return callback_handlers::noOwnChoice(files);
   return m_ownCallback->srcFilesFound(m_keys.key1, m_keys.key2, m_keys.key3, files);
 }
 

@@ -21,7 +21,8 @@ protected:
 
 class IFilesFoundHandler {
 public:
-  // The own callback's choice; null when there is none.
+  // The own callback's choice; null when there is none (the files are then
+  // rewound to the first one).
   virtual ObjectPtr<IValidFile> callUserCallback(IValidFileIterator &files) = 0;
   // Remembers resolvedName as the answer to the request.
   virtual void updateHistory(const char *resolvedName) = 0;
@@ -53,6 +54,11 @@ protected:
   CallbackAccessor<T> m_ownCallback;
   ISearchHistory *m_history;
 };
+
+// The files-found answer when there is no own callback: no choice, and since
+// nobody has looked at the files, they are offered again from the first one
+// (a search hands over its iterator positioned after the file it found first).
+ObjectPtr<IValidFile> noOwnChoice(IValidFileIterator &files);
 
 // The three identifying strings of a symbol or source request, passed on
 // unchanged (null stays null).

@@ -193,6 +193,19 @@ TEST(DefaultFilesFoundCallbackTest, UpdateHistoryWithoutOwnCallbackTakesFirstFil
   EXPECT_FALSE(history->findSrcFileAssociation("a.debug", "/bin/a", "sum"));
 }
 
+TEST(DefaultFilesFoundCallbackTest, WithoutOwnCallbackTheFilesAreTakenFromTheFirstOne) {
+  // A search hands over its iterator positioned after the file it found first.
+  ObjectPtr<ISearchHistory> history = ISearchHistory::create();
+  DefaultFilesFoundCallback callback(history.get());
+  callback.setBehavior(ffbUpdateHistory);
+  ListValidFileIterator files({validFile("/first"), validFile("/second")});
+  files.next();
+  ObjectPtr<IValidFile> chosen = callback.binFilesFound("a", files);
+  ASSERT_TRUE(chosen);
+  EXPECT_STREQ("/first", chosen->name());
+  EXPECT_STREQ("/first", history->findBinFileAssociation("a")->resolvedName());
+}
+
 TEST(DefaultFilesFoundCallbackTest, AnyNonZeroBehaviourActsAsUpdateHistory) {
   ObjectPtr<ISearchHistory> history = ISearchHistory::create();
   DefaultFilesFoundCallback callback(history.get());
