@@ -1,0 +1,158 @@
+// Several threads create environments and searches for the same contexts
+// while another registers directories, callbacks and inheritance.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "support/temp_dir.h"
+#include "vell_context/context_fakes.h"
+#include "vell_context/resolution_context_mgr.h"
+
+using namespace VELL_2_13;
+using namespace vell_test;
+
+namespace {
+
+// Chooses the first found file; safe to call from several searches at once.
+class FirstFileChooser : public IFilesFoundCallback {
+public:
+  ObjectPtr<IValidFile> binFilesFound(const char *, IValidFileIterator &files) override {
+    return first(files);
+  }
+  ObjectPtr<IValidFile> symFilesFound(const char *, const char *, const char *,
+                                      IValidFileIterator &files) override {
+    return first(files);
+  }
+  ObjectPtr<IValidFile> srcFilesFound(const char *, const char *, const char *,
+                                      IValidFileIterator &files) override {
+    return first(files);
+  }
+  std::atomic<int> calls{0};
+
+private:
+  ObjectPtr<IValidFile> first(IValidFileIterator &files) {
+    ++calls;
+    files.reset();
+    return files.next();
+  }
+};
+
+class NothingSupplied : public INoFilesFoundCallback {
+public:
+  ObjectPtr<IValidFile> noBinFilesFound(const char *, IValidator &, IInvalidFileIterator &,
+                                        IValidFileIterator &) override {
+    return ObjectPtr<IValidFile>();
+  }
+  ObjectPtr<IValidFile> noSymFilesFound(const char *, const char *, const char *, IValidator &,
+                                        IInvalidFileIterator &, IValidFileIterator &) override {
+    return ObjectPtr<IValidFile>();
+  }
+  ObjectPtr<IValidFile> noSrcFilesFound(const char *, const char *, const char *, IValidator &,
+                                        IInvalidFileIterator &, IValidFileIterator &) override {
+    return ObjectPtr<IValidFile>();
+  }
+};
+
+TEST(ContextConcurrencyTest, SearchesRunWhileConfigurationChanges) {
+  TempDir root;
+  const std::string tool = root.write("bin/tool", "tool");
+  ObjectPtr<IResolutionContextMgr> mgr = IResolutionContextMgr::create();
+  ObjectPtr<IResolutionContext> parent = mgr->createFileSystemContext(root.mkdir("parent").c_str(), true);
+  ObjectPtr<IResolutionContext> child =
+      mgr->createResultDirectoryContext(root.mkdir("parent/result").c_str());
+  mgr->addInheritance(*child, *parent);
+  ObjectPtr<IEditableSearchDirContainer> parentDirs = IEditableSearchDirContainer::create();
+  parentDirs->addDirectory(scBinaryFiles, root.sub("bin").c_str(), false, true);
+  mgr->registerSearchDirs(*parent, parentDirs, "dirs");
+  mgr->registerCacheDir(*child, root.mkdir("cache").c_str());
+
+  // Callbacks outlive every search.
+  FirstFileChooser chooserA, chooserB;
+  NothingSupplied nothing;
+  FixedConfidencePolicy policy;
+
+  std::atomic<bool> stop{false};
+  std::atomic<bool> configuring{false};
+  std::atomic<int> changes{0};
+  std::atomic<int> wrong{0};
+  std::atomic<int> searches{0};
+  std::vector<std::thread> searchers;
+  for (int t = 0; t < 3; ++t) {
+    searchers.emplace_back([&, t] {
+      const char *client = t % 2 ? "a" : "b";
+      while (!configuring)
+        std::this_thread::yield();
+      for (int i = 0; i < 15; ++i) {
+        ObjectPtr<ISearchEnv> env = mgr->createSearchEnv(*child, client, ObjectPtr<IEnvironmentInfo>());
+        if (listDirs(env->searchDirs(scBinaryFiles)).empty())
+          ++wrong;
+        ObjectPtr<IFileSearch> search = mgr->createFileSearch(*child, client, ObjectPtr<IEnvironmentInfo>());
+        ObjectPtr<IValidFile> found = search->findBinFile("tool", nullptr, nullptr, 0);
+        if (!found || tool != found->name())
+          ++wrong;
+        ++searches;
+      }
+    });
+  }
+  std::thread configurer([&] {
+    for (int i = 0; !stop; ++i) {
+      const std::string key = "key" + std::to_string(i % 20);
+      ObjectPtr<IEditableSearchDirContainer> dirs = IEditableSearchDirContainer::create();
+      dirs->addDirectory(scSourceFiles, root.sub("src" + std::to_string(i % 7)).c_str(), i % 2, true);
+      mgr->registerSearchDirs(i % 2 ? *child : *parent, dirs, key.c_str());
+      parentDirs->addDirectory(scSymbolFiles, root.sub("sym" + std::to_string(i % 5)).c_str(), false, false);
+      mgr->registerFilesFoundCallback(*child, "a", i % 2 ? &chooserA : &chooserB);
+      mgr->registerNoFilesFoundCallback(*parent, "", &nothing);
+      mgr->registerConfidenceLevelPolicyCallback(*parent, "b", &policy);
+      mgr->registerArchiveDir(*parent, root.sub("archive").c_str());
+      mgr->addInheritance(*child, *parent);
+      if (i % 10 == 0) {
+        mgr->captureSearchDirs(*child, "c");
+        mgr->releaseSearchDirs(*child, "c");
+      }
+      ++changes;
+      configuring = true;
+    }
+  });
+  for (std::thread &t : searchers)
+    t.join();
+  stop = true;
+  configurer.join();
+  EXPECT_EQ(0, wrong.load());
+  EXPECT_EQ(45, searches.load());
+  EXPECT_GT(changes.load(), 0);
+}
+
+TEST(ContextConcurrencyTest, ManyThreadsReadAndCreateMetadataOfTheSameContexts) {
+  ObjectPtr<IResolutionContextMgr> mgr = IResolutionContextMgr::create();
+  ResolutionContextMgr &impl = *static_cast<ResolutionContextMgr *>(mgr.get());
+  const size_t before = impl.contextCount();
+  std::vector<std::thread> threads;
+  std::atomic<int> mismatched{0};
+  std::vector<IMetadata *> seen(4, nullptr);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 50; ++i) {
+        ObjectPtr<IResolutionContext> context(
+            new BasicResolutionContext(("/concurrent/metadata/" + std::to_string(i % 10)).c_str()));
+        ObjectPtr<IMetadata> metadata = impl.getMetadataForContext(*context);
+        if (metadata.get() != impl.getMetadataForContext(*context).get())
+          ++mismatched;
+        if (i == 0)
+          seen[t] = metadata.get();
+      }
+    });
+  }
+  for (std::thread &t : threads)
+    t.join();
+  EXPECT_EQ(0, mismatched.load());
+  EXPECT_EQ(before + 10, impl.contextCount());
+  // Every thread got the one metadata object of /concurrent/metadata/0.
+  EXPECT_EQ(seen[0], seen[1]);
+  EXPECT_EQ(seen[0], seen[2]);
+  EXPECT_EQ(seen[0], seen[3]);
+}
+
+} // namespace
