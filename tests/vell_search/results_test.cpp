@@ -169,8 +169,8 @@ public:
   }
   unsigned int m_level;
   std::atomic<int> m_calls{0};
-  search_category_t m_lastCategory = scAllFiles;
-  unsigned int m_lastStep = 0;
+  std::atomic<search_category_t> m_lastCategory{scAllFiles};
+  std::atomic<unsigned int> m_lastStep{0};
 };
 
 TEST(ConfidenceLevelPolicyWrapperTest, NoPolicyGivesZeroForEveryCategoryAndStep) {
@@ -193,8 +193,8 @@ TEST(ConfidenceLevelPolicyWrapperTest, AsksThePolicyWithCategoryAndFullStep) {
   ConfidenceLevelPolicyWrapper wrapper{ObjectPtr<ISearchEnv>(env)};
   EXPECT_EQ(confidence_t(2), wrapper.getConfidenceLevel(scSourceFiles, 0x10080u));
   EXPECT_EQ(1, policy.m_calls.load());
-  EXPECT_EQ(scSourceFiles, policy.m_lastCategory);
-  EXPECT_EQ(0x10080u, policy.m_lastStep);
+  EXPECT_EQ(scSourceFiles, policy.m_lastCategory.load());
+  EXPECT_EQ(0x10080u, policy.m_lastStep.load());
 }
 
 TEST(ConfidenceLevelPolicyWrapperTest, PolicyDestroyedBeforeTheCallGivesZero) {
