@@ -46,6 +46,44 @@ void createConfigDirectory(const std::string &path) {
                    " for the configuration file: " + error.message());
 }
 
+std::string normalised(const std::string &path) {
+  std::string text = fs::path(path).lexically_normal().string();
+  while (text.size() > 1 && text.back() == '/')
+    text.pop_back();
+  return text;
+}
+
+// Whether the stored list of category holds directory: the storage reports no
+// write errors of its own, so a change is read back to see that it was kept.
+bool stored(IEditableSearchDirContainer &dirs, search_category_t category, const std::string &directory) {
+  ObjectPtr<ISearchDirIterator> records = dirs.enumerate(category);
+  if (!records)
+    return false;
+  records->reset();
+  const char *name = nullptr;
+  bool recursive = false;
+  bool highPriority = false;
+  for (; records->getCurrentRecord(name, recursive, highPriority); records->next())
+    if (name && normalised(name) == normalised(directory))
+      return true;
+  return false;
+}
+
+bool storedEmpty(IEditableSearchDirContainer &dirs, search_category_t category) {
+  ObjectPtr<ISearchDirIterator> records = dirs.enumerate(category);
+  if (!records)
+    return true;
+  records->reset();
+  const char *name = nullptr;
+  bool recursive = false;
+  bool highPriority = false;
+  return !records->getCurrentRecord(name, recursive, highPriority);
+}
+
+BadInput notWritten(const std::string &path) {
+  return BadInput("cannot write configuration file " + path + " (run with -v for the reason)");
+}
+
 std::string commandLineForm(const SearchDirSpec &spec) {
   std::string text = categoryName(spec.category);
   if (spec.recursive || spec.highPriority)
@@ -77,6 +115,9 @@ int runDirsAdd(const GlobalOptions &global, const std::vector<std::string> &spec
     std::unique_ptr<platform::IStorageLock> lock = userDirs.storage->lockForUpdate();
     for (const SearchDirSpec &spec : parsed)
       userDirs.dirs->addDirectory(spec.category, spec.directory.c_str(), spec.recursive, spec.highPriority);
+    for (const SearchDirSpec &spec : parsed)
+      if (!stored(*userDirs.dirs, spec.category, spec.directory))
+        throw notWritten(path);
   }
 
   for (const SearchDirSpec &spec : parsed) {
@@ -143,6 +184,9 @@ int runDirsClear(const GlobalOptions &global, const std::vector<std::string> &ca
     std::unique_ptr<platform::IStorageLock> lock = userDirs.storage->lockForUpdate();
     for (search_category_t category : parsed)
       userDirs.dirs->clear(category);
+    for (search_category_t category : parsed)
+      if (!storedEmpty(*userDirs.dirs, category))
+        throw notWritten(path);
   }
   if (global.json) {
     json out{{"config", path}, {"cleared", json::array()}};

@@ -87,6 +87,11 @@ private:
   // Shared for look-ups, exclusive for insertions; never held while calling
   // into a metadata object.
   VellSpinSharedLock m_lock;
+  // Two recursive locks made with the manager and kept for its lifetime; no
+  // operation takes them yet, they are kept so that the manager's layout stays
+  // the same when one does.
+  VellLock m_reservedLock;
+  VellLock m_reservedLock2;
 };
 
 // Visits the context, then its parent, the parent's parent and so on, child

@@ -18,9 +18,15 @@ ObjectPtr<IMessageMgr> IMessageMgr::create() {
 
 MessageMgr::~MessageMgr() {
   VellLockWrap guard(&g_messageMgrLock);
-  // The slot holds a reference on the registered manager and is never let
-  // go, so a manager dying here is never the registered one and leaves the
-  // slot alone. Its message objects are released with its members.
+  // The slot keeps the registered manager alive, so a manager dying here is a
+  // separate one; it still resets the process-wide manager, whose successor is
+  // built afresh (with the default messages) by the next create(). The slot is
+  // emptied before the old manager is let go: its own destructor takes this
+  // (recursive) lock again and must find the slot empty.
+  ObjectPtr<IMessageMgr> registered = MessageMgr::s_messageMgr;
+  MessageMgr::s_messageMgr = ObjectPtr<IMessageMgr>();
+  registered = ObjectPtr<IMessageMgr>();
+  // The message objects are released with the members.
 }
 
 void initializeValidationMessages(ObjectPtr<IMessageMgr> mgr) {

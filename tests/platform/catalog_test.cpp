@@ -81,8 +81,8 @@ TEST(CatalogServiceTest, SwitchingLanguageAtRunTimeIsSeenByLaterLookups) {
   ASSERT_NE(nullptr, german);
   EXPECT_NE(english->message("SizeMismatch").asText({}), german->message("SizeMismatch").asText({}));
   // A snapshot taken earlier stays usable.
-  EXPECT_EQ("The size of the source file x does not match the expected size.",
-            english->message("SizeMismatch").asText({{"arg1", "x"}}));
+  EXPECT_EQ("The file x cannot be opened for reading.",
+            english->message("FileIsNotReadable").asText({{"arg1", "x"}}));
 }
 
 TEST(CatalogServiceTest, UnknownLanguageOrCatalogIsUnavailable) {

@@ -254,6 +254,23 @@ TEST_F(ToolDirsBadInputTest, UnreadableConfigurationFile) {
   EXPECT_EQ(m_before, readFile(config));
 }
 
+TEST(ToolDirsTest, ConfigurationThatCannotBeWrittenIsReported) {
+  VELL_REQUIRE_TOOL();
+  if (!fs::exists("/proc/self"))
+    GTEST_SKIP() << "no /proc";
+  TempDir dir;
+  ToolRunner tool;
+  // Nobody, root included, can create files in /proc.
+  ToolResult result =
+      tool.run({"--config", "/proc/vell-searchdirs.json", "dirs", "add", "bin=" + dir.path()});
+  EXPECT_EQ(2, result.status) << result.out;
+  EXPECT_EQ(
+      std::vector<std::string>{"vell: cannot write configuration file /proc/vell-searchdirs.json (run with "
+                               "-v for the reason)"},
+      lines(result.err));
+  EXPECT_EQ("", result.out);
+}
+
 TEST(ToolDirsConcurrencyTest, ConcurrentAddsLoseNoDirectory) {
   VELL_REQUIRE_TOOL();
   TempDir dir;

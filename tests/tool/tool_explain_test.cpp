@@ -42,8 +42,8 @@ std::string symMismatch(const std::string &language, const std::string &path) {
 // path in front of the message.
 std::string newerThanBinary(const std::string &language, const std::string &) {
   if (language == "de")
-    return "Die Quelldatei  ist neuer als ihre Binärdatei.";
-  return "The source file  is newer than its binary file.";
+    return "Die Quelldatei ist neuer als ihre Binärdatei.";
+  return "The source file is newer than its binary file.";
 }
 
 class ToolExplainTest : public ::testing::TestWithParam<std::string> {
@@ -214,7 +214,7 @@ TEST(ToolExplainDefaultsTest, TimeAndSizeOfASourceFile) {
   json out = json::parse(wrongSize.out);
   ASSERT_EQ(1u, out["rejected"].size());
   // The library fills the time and size messages without the file's name.
-  EXPECT_EQ("The size of the source file  does not match the expected size.", out["rejected"][0]["message"]);
+  EXPECT_EQ("The size of the source file does not match the expected size.", out["rejected"][0]["message"]);
   EXPECT_EQ(1, out["rejected"][0]["severity"]);
 }
 

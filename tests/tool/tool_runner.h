@@ -23,8 +23,13 @@ extern char **environ;
 
 namespace vell_test {
 
-// Path of the tool binary the suite was built with.
-inline std::string toolPath() { return VELL_TOOL_PATH; }
+// Path of the tool binary under test: the one the suite was built with, or an
+// installed copy named by VELL_TEST_TOOL (the test script runs the tool tests
+// again against the installed tool that way).
+inline std::string toolPath() {
+  const char *installed = std::getenv("VELL_TEST_TOOL");
+  return installed && *installed ? std::string(installed) : std::string(VELL_TOOL_PATH);
+}
 
 struct ToolResult {
   int status = -1; // exit status, or -1 when the process did not exit normally

@@ -124,6 +124,12 @@ TEST(ResolutionContextMgrTest, NullOrEmptyPathCreatesNoContext) {
     EXPECT_FALSE(mgr->createFileSystemContext("", false));
     EXPECT_EQ((std::vector<std::string>{"ContextId: ", "No context created!"}), log.texts(kInfo));
   }
+  {
+    // "." loses its last component and normalises to nothing.
+    LogCapture log;
+    EXPECT_FALSE(mgr->createFileSystemContext(".", true));
+    EXPECT_EQ((std::vector<std::string>{"ContextId: .", "No context created!"}), log.texts(kInfo));
+  }
 }
 
 TEST(ResolutionContextMgrTest, UserWideContextsAreOneContextNamedAfterTheUser) {

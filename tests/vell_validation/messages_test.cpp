@@ -193,11 +193,35 @@ TEST_F(MessageMgrTest, FreshManagerIsEmptyUntilInitialised) {
   EXPECT_TRUE(mgr->getFileDoesNotExistMessage());
   EXPECT_TRUE(mgr->getFileIsDirectoryMessage());
   EXPECT_TRUE(mgr->getFileIsNotRegularMessage());
-  // A separate manager leaves the process-wide one alone when it dies.
+}
+
+TEST_F(MessageMgrTest, DyingSeparateManagerResetsTheProcessWideOne) {
   ObjectPtr<IMessageMgr> global = IMessageMgr::create();
-  mgr.release();
-  EXPECT_EQ(global.get(), MessageMgr::s_messageMgr.get());
-  EXPECT_TRUE(global->getFileDoesNotExistMessage());
+  ObjectPtr<ISizeMismatchMessage> replacement(new SizeMismatchMessage(nullptr));
+  global->setSizeMismatchMessage(replacement);
+  {
+    ObjectPtr<IMessageMgr> separate(new MessageMgr);
+  }
+  // The slot was emptied; the old manager lives on only through our handle.
+  EXPECT_FALSE(MessageMgr::s_messageMgr);
+  EXPECT_EQ(replacement.get(), global->getSizeMismatchMessage().get());
+  ObjectPtr<IMessageMgr> next = IMessageMgr::create();
+  ASSERT_TRUE(next);
+  EXPECT_NE(global.get(), next.get());
+  EXPECT_TRUE(next->getSizeMismatchMessage());
+  EXPECT_NE(replacement.get(), next->getSizeMismatchMessage().get());
+}
+
+TEST_F(MessageMgrTest, DyingSeparateManagerMayFreeTheProcessWideOne) {
+  IMessageMgr *global = IMessageMgr::create().get();
+  ASSERT_NE(nullptr, global);
+  {
+    ObjectPtr<IMessageMgr> separate(new MessageMgr);
+  }
+  EXPECT_FALSE(MessageMgr::s_messageMgr);
+  ObjectPtr<IMessageMgr> next = IMessageMgr::create();
+  ASSERT_TRUE(next);
+  EXPECT_TRUE(next->getFileDoesNotExistMessage());
 }
 
 TEST_F(MessageMgrTest, EveryMessageLockIsNull) {

@@ -254,9 +254,9 @@ TEST_F(TimeAndSizeTest, CatalogTextsAreFilledWithoutTheFileName) {
   Container timeInfo, sizeInfo;
   SourceFileTimeAndSizeMatchValidator(kTime + 1, 0).validate(file.c_str(), timeInfo);
   SourceFileTimeAndSizeMatchValidator(kTime, 1).validate(file.c_str(), sizeInfo);
-  EXPECT_EQ("The modification time of the source file  does not match the expected time.",
+  EXPECT_EQ("The modification time of the source file does not match the expected time.",
             timeInfo.message());
-  EXPECT_EQ("The size of the source file  does not match the expected size.", sizeInfo.message());
+  EXPECT_EQ("The size of the source file does not match the expected size.", sizeInfo.message());
 }
 
 // --- SourceFileUpToDateCheckValidator ----------------------------------------------------------
@@ -364,7 +364,7 @@ TEST_F(UpToDateTest, UpToDateTextFromTheCatalog) {
   setModificationTime(source, kBinaryTime + 1);
   Container info;
   SourceFileUpToDateCheckValidator(binary.c_str(), true).validate(source.c_str(), info);
-  EXPECT_EQ("The source file  is newer than its binary file.", info.message());
+  EXPECT_EQ("The source file is newer than its binary file.", info.message());
 }
 
 TEST_F(UpToDateTest, BinaryTimeIsReadOnceAtConstruction) {
