@@ -109,7 +109,7 @@ bool BasicFileSearchStrategy::findInSystemDirs(ISearchResultsContainer &containe
 bool BasicFileSearchStrategy::findInCacheDir(ISearchResultsContainer &container) {
   if (!m_searchEnv)
     return false;
-  FilesFinder finder(ssCacheSearchDir, nullptr);
+  FilesFinder finder(ssCacheSearchDir, this);
   const std::string bareName = utils::getFileNameOnly(m_fileName.c_str());
   const char *cacheDir = m_searchEnv->cacheDir();
   if (!cacheDir || !*cacheDir) {
@@ -124,7 +124,7 @@ bool BasicFileSearchStrategy::findInCacheDir(ISearchResultsContainer &container)
 bool BasicFileSearchStrategy::findInArchiveDirs(ISearchResultsContainer &container) {
   if (!m_searchEnv)
     return false;
-  FilesFinder finder(ssArchiveSearchDirs, nullptr);
+  FilesFinder finder(ssArchiveSearchDirs, this);
   const std::string bareName = utils::getFileNameOnly(m_fileName.c_str());
   // Every archive directory keeps one subdirectory per file name, walked
   // recursively whatever the entry's own flags say.

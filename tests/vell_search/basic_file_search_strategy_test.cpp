@@ -59,6 +59,22 @@ public:
   void fillSystemDirs(ISearchDirectoryContainer &) override {}
 };
 
+// A basic strategy whose find hook records every directory its walkers ask
+// about and skips or claims the directories it is told to.
+class HookedStrategy : public TestStrategy {
+public:
+  using TestStrategy::TestStrategy;
+  bool find(const std::string &dir, bool recursive, const std::string &name, ISearchResultsContainer &,
+            bool &skipDir) override {
+    hookCalls.push_back(dir + (recursive ? " R " : " N ") + name);
+    skipDir = skipAll;
+    return dir == claim;
+  }
+  std::vector<std::string> hookCalls;
+  bool skipAll = false;
+  std::string claim;
+};
+
 ObjectPtr<IEditableSearchEnv> envWithDirs(const std::vector<TestDir> &dirs) {
   auto env = IEditableSearchEnv::create();
   env->setSearchDirs(vell_test::makeDirContainer(dirs));
@@ -125,6 +141,22 @@ TEST(BasicFileSearchStrategyTest, HighPriorityStopsAtTheFirstAcceptedCandidate) 
   EXPECT_TRUE(strategy.findInHighPriorityDirs(container));
   EXPECT_EQ((std::vector<std::string>{"/D1/a/b/c", "/D1/b/c", "/D1/c", "/D2/a/b/c", "/D2/b/c"}),
             container.paths());
+}
+
+TEST(BasicFileSearchStrategyTest, AcceptedCandidateInTheCategoryDirectoriesSkipsTheAllFilesDirectories) {
+  auto env = envWithDirs({{scBinaryFiles, "/D1", false, true},
+                          {scAllFiles, "/D2", false, true},
+                          {scBinaryFiles, "/L1", false, false},
+                          {scAllFiles, "/L2", false, false}});
+  TestStrategy strategy(env.get(), "a/b/c");
+  RecordingContainer high;
+  high.accepted.insert("/D1/b/c");
+  EXPECT_TRUE(strategy.findInHighPriorityDirs(high));
+  EXPECT_EQ((std::vector<std::string>{"/D1/a/b/c", "/D1/b/c"}), high.paths());
+  RecordingContainer low;
+  low.accepted.insert("/L1/a/b/c");
+  EXPECT_TRUE(strategy.findInLowPriorityDirs(low));
+  EXPECT_EQ((std::vector<std::string>{"/L1/a/b/c"}), low.paths());
 }
 
 TEST(BasicFileSearchStrategyTest, EachPriorityStepSeesOnlyItsOwnDirectories) {
@@ -195,6 +227,17 @@ TEST(BasicFileSearchStrategyTest, GuestNameIsSearchedAsGivenThenUnderTheGuestDir
                                       // Under [guest].
                                       "/D/[guest]/usr/lib/libx.so", "/D/usr/lib/libx.so", "/D/lib/libx.so",
                                       "/D/libx.so"}),
+            container.paths());
+}
+
+TEST(BasicFileSearchStrategyTest, GuestNameFoundAsGivenIsNotSearchedUnderTheGuestDirectory) {
+  auto env = envWithDirs({{scBinaryFiles, "/D", false, true}, {scAllFiles, "/E", false, true}});
+  TestStrategy strategy(env.get(), "/usr/lib/libx.so [guest]");
+  RecordingContainer container;
+  container.accepted.insert("/D/lib/libx.so [guest]");
+  EXPECT_TRUE(strategy.findInHighPriorityDirs(container));
+  EXPECT_EQ((std::vector<std::string>{"/D/usr/lib/libx.so [guest]", "/D/usr/lib/libx.so [guest]",
+                                      "/D/lib/libx.so [guest]"}),
             container.paths());
 }
 
@@ -299,6 +342,36 @@ TEST(BasicFileSearchStrategyTest, CategoryArchivesComeBeforeAllFilesArchives) {
   RecordingContainer container;
   EXPECT_FALSE(strategy.findInArchiveDirs(container));
   EXPECT_EQ((std::vector<std::string>{"/src/x.c/x.c", "/all/x.c/x.c"}), container.paths());
+}
+
+TEST(BasicFileSearchStrategyTest, CacheAndArchiveWalkersAskTheStrategysFindHook) {
+  auto env = IEditableSearchEnv::create();
+  env->setCacheDir("/C");
+  env->setArchiveDirs(
+      vell_test::makeDirContainer({{scBinaryFiles, "/A1", false, true}, {scAllFiles, "/A2", false, false}}));
+  HookedStrategy strategy(env.get(), "/usr/lib/libx.so");
+  strategy.skipAll = true;
+  RecordingContainer skipped;
+  EXPECT_FALSE(strategy.findInCacheDir(skipped));
+  EXPECT_FALSE(strategy.findInArchiveDirs(skipped));
+  EXPECT_EQ((std::vector<std::string>{"/C R libx.so", "/A1/libx.so R libx.so", "/A2/libx.so R libx.so"}),
+            strategy.hookCalls);
+  // Every directory was skipped by the hook: nothing was offered.
+  EXPECT_TRUE(skipped.candidates.empty());
+
+  // A claim of the hook settles the step without a candidate.
+  strategy.skipAll = false;
+  strategy.claim = "/A2/libx.so";
+  strategy.hookCalls.clear();
+  RecordingContainer claimed;
+  EXPECT_TRUE(strategy.findInArchiveDirs(claimed));
+  EXPECT_EQ((std::vector<std::string>{"/A1/libx.so R libx.so", "/A2/libx.so R libx.so"}), strategy.hookCalls);
+  // The missing first directory offers its tail candidate; its walk is empty.
+  EXPECT_EQ((std::vector<std::string>{"/A1/libx.so/libx.so"}), claimed.paths());
+  strategy.claim = "/C";
+  RecordingContainer cache;
+  EXPECT_TRUE(strategy.findInCacheDir(cache));
+  EXPECT_TRUE(cache.candidates.empty());
 }
 
 // --- Steps --------------------------------------------------------------------------------
@@ -486,6 +559,21 @@ TEST_F(LocalAndRemoteTest, FetchFilesTheFileByNameAndChecksum) {
   EXPECT_EQ(32u, cached.parent_path().filename().string().size());
   EXPECT_EQ(tmp.sub("cache/libz.so"), cached.parent_path().parent_path().string());
   EXPECT_TRUE(fs::is_regular_file(cached));
+}
+
+TEST_F(LocalAndRemoteTest, FetchWithoutAFileRetrieverFails) {
+  env->setFileRetriever(nullptr);
+  TestLocalAndRemoteStrategy strategy(env.get(), "/usr/lib/libx.so", retrievalDir);
+  std::string local;
+  EXPECT_FALSE(fetchRemoteFile(strategy, retrievalDir, "/usr/lib/libx.so", local));
+  EXPECT_TRUE(local.empty());
+  EXPECT_TRUE(fs::is_empty(retrievalDir));
+  EXPECT_FALSE(fs::exists(tmp.sub("cache")));
+  // Nor without a search environment at all.
+  TestLocalAndRemoteStrategy noEnv(nullptr, "/usr/lib/libx.so", retrievalDir);
+  EXPECT_FALSE(fetchRemoteFile(noEnv, retrievalDir, "/usr/lib/libx.so", local));
+  EXPECT_TRUE(local.empty());
+  EXPECT_TRUE(retriever.retrieved.empty());
 }
 
 } // namespace

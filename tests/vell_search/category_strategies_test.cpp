@@ -3,8 +3,10 @@
 // and the callback hand-overs.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "vell/file_search.h"
 #include "vell_search/bin_file_search_strategy.h"
@@ -437,6 +439,39 @@ TEST_F(SymRemoteTest, NothingFetchedWhenTheRemoteLookUpDoesNotApply) {
   EXPECT_EQ(3u, container.candidates.size());
   EXPECT_TRUE(retriever.retrieved.empty());
   EXPECT_EQ((Strings{"/remote/lib/libx.so"}), retriever.localQuestions);
+}
+
+TEST_F(SymRemoteTest, RemoteNamesThatCannotBeFetchedEndTheStepWithFalse) {
+  SymFileSearchStrategy strategy(env.get(), "libx.so.debug", fetchDir, &validator, nullptr,
+                                 "/usr/lib/libx.so", "", "/remote/lib/libx.so");
+  const Strings local{"/usr/lib/libx.so.debug", "/usr/lib/libx.debug", "/usr/lib/.debug/libx.so.debug"};
+  RecordingContainer container;
+  // Any candidate but the three local ones would be accepted.
+  container.acceptIf = [&](const std::string &path) {
+    return std::find(local.begin(), local.end(), path) == local.end();
+  };
+  EXPECT_FALSE(strategy.lookUpAroundBinary(container));
+  EXPECT_EQ(local, container.paths());
+  Strings asked;
+  for (const auto &request : retriever.retrieved)
+    asked.push_back(request.first);
+  EXPECT_EQ(
+      (Strings{"/remote/lib/libx.so.debug", "/remote/lib/libx.debug", "/remote/lib/.debug/libx.so.debug"}),
+      asked);
+}
+
+TEST_F(SymRemoteTest, RemoteLookUpNeedsAFileRetriever) {
+  // No file retriever and no cache directory: an attempt to fetch would log
+  // the missing cache directory.
+  auto noRetriever = envWithInfo(1, "R2");
+  SymFileSearchStrategy strategy(noRetriever.get(), "libx.so.debug", fetchDir, &validator, nullptr,
+                                 "/usr/lib/libx.so", "", "/remote/lib/libx.so");
+  RecordingContainer container;
+  vell_test::LogCapture capture;
+  EXPECT_FALSE(strategy.lookUpAroundBinary(container));
+  EXPECT_EQ((Strings{"/usr/lib/libx.so.debug", "/usr/lib/libx.debug", "/usr/lib/.debug/libx.so.debug"}),
+            container.paths());
+  EXPECT_TRUE(capture.lines().empty());
 }
 
 TEST_F(SymRemoteTest, AbsoluteNameIsFetchedOnlyForALinuxTarget) {

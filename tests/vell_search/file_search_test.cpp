@@ -64,6 +64,39 @@ void writeCompressedKernel(const std::string &path, const std::string &image) {
   gzclose(out);
 }
 
+using StepsRequests = std::vector<std::pair<search_category_t, unsigned long long>>;
+
+// Visits the steps given and records the category and mask of every request.
+class RecordingStepsConfigurator : public vell_test::FixedStepsConfigurator {
+public:
+  using FixedStepsConfigurator::FixedStepsConfigurator;
+  ObjectPtr<ISearchStepsIterator> getSearchStepsIterator(search_category_t category,
+                                                         unsigned long long mask) override {
+    requests.emplace_back(category, mask);
+    return FixedStepsConfigurator::getSearchStepsIterator(category, mask);
+  }
+  StepsRequests requests;
+};
+
+// The host's check: records every file it is asked about and rejects it.
+class RejectingValidatorCallback : public IValidatorCallback {
+public:
+  int validate(const char *fileName, IErrorInfoContainer &errorInfo) override {
+    asked.push_back(fileName ? fileName : "<null>");
+    errorInfo.setSeverity(severity_t(0));
+    errorInfo.setErrorMessage("%Rejected");
+    return vvReject;
+  }
+  Strings asked;
+};
+
+// Counts the progress reports it gets.
+class CountingProgress : public ISymSrvDownloadProgressCallback {
+public:
+  void progress(const char *, uint64_t, uint64_t) override { ++calls; }
+  int calls = 0;
+};
+
 // --- Construction -------------------------------------------------------------------
 
 TEST(FileSearchTest, LogsTheSearchEnvironmentAndTracesConstruction) {
@@ -122,6 +155,35 @@ TEST(FileSearchTest, TemporaryDirectoryExistsOnlyWithAFileRetrieverAndDiesWithTh
     fs::create_directories(dir + "/deep/er");
   }
   EXPECT_FALSE(fs::exists(dir));
+  platform::setTempDirectory("");
+}
+
+TEST(FileSearchTest, FailedRemovalOfTheTemporaryDirectoryIsIgnored) {
+  TempDir tmp;
+  platform::setTempDirectory(tmp.path());
+  vell_test::TestFileRetriever retriever;
+  IFileRetriever *retrieverPtr = &retriever;
+  auto env = IEditableSearchEnv::create();
+  env->setFileRetriever(retrieverPtr);
+  ObjectPtr<FileSearch> search(new FileSearch(ObjectPtr<ISearchEnv>(env)));
+  const std::string dir = search->tempDir();
+  ASSERT_FALSE(dir.empty());
+  // A fetched file in a directory that may not be changed: without the
+  // rights of the owner the removal fails.
+  const std::string locked = dir + "/locked";
+  fs::create_directory(locked);
+  std::ofstream(locked + "/fetched.so") << "x";
+  fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec, fs::perm_options::replace);
+  vell_test::LogCapture capture;
+  {
+    vell_test::AsUnprivilegedUser nobody;
+    EXPECT_NO_THROW(search.release());
+  }
+  EXPECT_TRUE(fs::exists(locked + "/fetched.so"));
+  // Only the trace of the destructor was logged.
+  for (const vell_test::CapturedLine &line : capture.lines())
+    EXPECT_EQ(0, line.level) << line.text;
+  fs::permissions(locked, fs::perms::owner_all, fs::perm_options::add);
   platform::setTempDirectory("");
 }
 
@@ -487,6 +549,23 @@ TEST(FileSearchStepsTest, SymbolAndSourceSearchesIgnoreTheMaskArgument) {
   EXPECT_EQ(ssLowPrioritySearchDirs, binResult->searchStep());
 }
 
+TEST(FileSearchStepsTest, BinarySearchHandsItsMaskToTheConfiguratorOthersHandZero) {
+  auto env = envWith({});
+  ObjectPtr<RecordingStepsConfigurator> configurator(
+      new RecordingStepsConfigurator({ssHighPrioritySearchDirs}));
+  env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(configurator));
+  ObjectPtr<IFileSearch> search = IFileSearch::create(env);
+  const unsigned long long mask = 0x2aULL | (1ULL << 40);
+  EXPECT_FALSE(search->findBinFile("libx.so", nullptr, nullptr, mask));
+  EXPECT_FALSE(
+      search->findSymFile("libx.so.debug", "/usr/lib/libx.so", "c", nullptr, nullptr, nullptr, nullptr));
+  EXPECT_FALSE(search->findSrcFile("x.c", "/usr/bin/prog", "c", nullptr, nullptr));
+  EXPECT_FALSE(search->findBinFile("liby.so", nullptr, nullptr, 0));
+  EXPECT_EQ(
+      (StepsRequests{{scBinaryFiles, mask}, {scSymbolFiles, 0}, {scSourceFiles, 0}, {scBinaryFiles, 0}}),
+      configurator->requests);
+}
+
 // --- Kernel images -------------------------------------------------------------------------
 
 struct KernelFallbackTest : public ::testing::Test {
@@ -541,6 +620,30 @@ TEST_F(KernelFallbackTest, FileRetrieverDecidesWhetherToFallBack) {
   // A name that is no kernel image is asked about too and does not fall back.
   EXPECT_EQ(1u, searched("libx.so").size());
   EXPECT_EQ((Strings{"vmlinux", "vmlinux", "libx.so"}), retriever.fallbackQuestions);
+}
+
+TEST_F(KernelFallbackTest, RetriesKeepTheValidatorCallbackTheSuggestionAndTheMask) {
+  ObjectPtr<RecordingStepsConfigurator> configurator(
+      new RecordingStepsConfigurator({ssHighPrioritySearchDirs}));
+  env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(configurator));
+  // Were the suggestion offered without the rejecting callback, it would be
+  // accepted.
+  const std::string suggestion = tmp.write("suggested/vmlinux", "ELF");
+  RejectingValidatorCallback validatorCallback;
+  const unsigned long long mask = 0x15ULL;
+  ObjectPtr<IFileSearch> search = IFileSearch::create(env);
+  vell_test::LogCapture capture;
+  EXPECT_FALSE(search->findBinFile("vmlinux", &validatorCallback, suggestion.c_str(), mask));
+  EXPECT_EQ((Strings{"Searching bin file:vmlinux", "Searching bin file:/boot/vmlinux-R9",
+                     "Searching bin file:/boot/vmlinuz-R9"}),
+            linesWithPrefix(capture, "Searching bin file:"));
+  EXPECT_EQ((Strings{suggestion, suggestion, suggestion}), validatorCallback.asked);
+  EXPECT_EQ(3u, capture.count("*** INVALID__ADDED " + suggestion));
+  EXPECT_EQ(3u, capture.count("Suggested resolutions after callback: suggestedResolutions:[StringContainer: "
+                              "m_list = " +
+                              suggestion + ", ]"));
+  EXPECT_EQ((StepsRequests{{scBinaryFiles, mask}, {scBinaryFiles, mask}, {scBinaryFiles, mask}}),
+            configurator->requests);
 }
 
 TEST_F(KernelFallbackTest, FallbackFindsTheReleasedImage) {
@@ -600,6 +703,36 @@ TEST(FileSearchRemoteTest, FailingRetrieverFindsNothing) {
   EXPECT_EQ(1u, retriever.retrieved.size());
   EXPECT_FALSE(fs::exists(tmp.sub("cache")));
   EXPECT_TRUE(capture.contains("Returning the NULL result, no noFilesFoundCallback established"));
+}
+
+TEST(FileSearchRemoteTest, SymbolSearchHintIsTheRemoteBinaryLookedAround) {
+  TempDir tmp;
+  vell_test::TestFileRetriever retriever;
+  retriever.remoteFiles["/remote/lib/.debug/libx.so.debug"] = "symbols";
+  IFileRetriever *retrieverPtr = &retriever;
+  auto env = envWith({}, {ssAroundBinaryLookup});
+  env->setFileRetriever(retrieverPtr);
+  env->setCacheDir(tmp.sub("cache").c_str());
+  env->setEnvironmentInfo(vell_test::makeEnvironmentInfo(1, "R2"));
+  CountingProgress progress;
+  ObjectPtr<FileSearch> search(new FileSearch(ObjectPtr<ISearchEnv>(env)));
+  ObjectPtr<IValidFile> result =
+      search->findSymFile("libx.so.debug", tmp.sub("local/libx.so").c_str(), nullptr, nullptr, nullptr,
+                          &progress, "/remote/lib/libx.so");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(0u, std::string(result->name()).find(tmp.sub("cache/libx.so.debug/"))) << result->name();
+  EXPECT_EQ(ssAroundBinaryLookup, result->searchStep());
+  EXPECT_EQ(Strings{"/remote/lib/libx.so"}, retriever.localQuestions);
+  Strings asked;
+  for (const auto &request : retriever.retrieved) {
+    asked.push_back(request.first);
+    EXPECT_EQ(search->tempDir(), request.second);
+  }
+  EXPECT_EQ(
+      (Strings{"/remote/lib/libx.so.debug", "/remote/lib/libx.debug", "/remote/lib/.debug/libx.so.debug"}),
+      asked);
+  // The progress callback is only carried along.
+  EXPECT_EQ(0, progress.calls);
 }
 
 // --- File-system oddities ---------------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "vell/search_steps.h"
 #include "vell_search/files_finder.h"
@@ -282,6 +283,52 @@ TEST(FilesFinderTest, UnreadableDirectoryEndsItsOwnWalkSilently) {
     EXPECT_FALSE(finder.findRecursively(root, "f", container));
   }
   EXPECT_EQ(expected, container.paths());
+}
+
+TEST(FilesFinderTest, UnreadableDirectoryIsNotLogged) {
+  TempDir tmp;
+  tmp.mkdir("r/closed/inside");
+  tmp.mkdir("r/open/inside");
+  vell_test::openForOthers(tmp.sub("r/open/inside"));
+  ::chmod(tmp.sub("r/closed").c_str(), 0700);
+  const std::string root = tmp.sub("r");
+  FilesFinder finder(ssLowPrioritySearchDirs, nullptr);
+  finder.addSearchDirectory(root.c_str(), true);
+  RecordingContainer container;
+  vell_test::LogCapture capture;
+  {
+    vell_test::AsUnprivilegedUser nobody;
+    EXPECT_FALSE(finder.find("f", container));
+  }
+  // The walk met the closed directory: nothing below it was offered.
+  const std::vector<std::string> paths = container.paths();
+  EXPECT_NE(paths.end(), std::find(paths.begin(), paths.end(), tmp.sub("r/closed/f")));
+  EXPECT_NE(paths.end(), std::find(paths.begin(), paths.end(), tmp.sub("r/open/inside/f")));
+  EXPECT_EQ(paths.end(), std::find(paths.begin(), paths.end(), tmp.sub("r/closed/inside/f")));
+  EXPECT_TRUE(capture.lines().empty());
+}
+
+TEST(FilesFinderTest, LinkLoopsAreNotLogged) {
+  TempDir tmp;
+  tmp.mkdir("r/a/b");
+  tmp.mkdir("r/c/d");
+  fs::create_directory_symlink(tmp.sub("r"), tmp.sub("r/a/b/up"));
+  fs::create_symlink("self", tmp.sub("r/c/self"));
+  const std::string root = tmp.sub("r");
+  FilesFinder finder(ssCacheSearchDir, nullptr);
+  finder.addSearchDirectory(root.c_str(), true);
+  RecordingContainer container;
+  vell_test::LogCapture capture;
+  EXPECT_FALSE(finder.find("f", container));
+  // The tail candidate, then the walk: the link to the ancestor leads nowhere
+  // new, and the unresolvable link ends the walk of r/c before r/c/d.
+  std::vector<std::string> paths = container.paths();
+  ASSERT_FALSE(paths.empty());
+  EXPECT_EQ(root + "/f", paths.front());
+  paths.erase(paths.begin());
+  std::sort(paths.begin(), paths.end());
+  EXPECT_EQ((std::vector<std::string>{root + "/a/b/f", root + "/a/f", root + "/c/f", root + "/f"}), paths);
+  EXPECT_TRUE(capture.lines().empty());
 }
 
 TEST(FilesFinderTest, VisitedDirectoriesAreForgottenBetweenRecords) {
