@@ -10,4 +10,4 @@ $SUDO apt-get install -y --no-install-recommends \
   libboost-filesystem-dev libboost-system-dev \
   zlib1g-dev liblog4cplus-dev libssl-dev nlohmann-json3-dev libcli11-dev \
   libgtest-dev libgmock-dev googletest libbenchmark-dev \
-  gzip coreutils findutils
+  gzip coreutils findutils strace

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
+#include <cstddef>
+#include <cstring>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <boost/filesystem/path.hpp>
@@ -17,17 +19,25 @@ namespace VELL_2_13 {
 
 namespace {
 
-struct DirCloser {
-  void operator()(DIR *dir) const { ::closedir(dir); }
+// Closes a file descriptor when it goes out of scope.
+class ScopedFd {
+public:
+  explicit ScopedFd(int fd) : m_fd(fd) {}
+  ~ScopedFd() { ::close(m_fd); }
+  ScopedFd(const ScopedFd &) = delete;
+  ScopedFd &operator=(const ScopedFd &) = delete;
+
+private:
+  int m_fd;
 };
 
 // Whether an entry of an open directory is a directory once symbolic links
 // are followed. The listing's own file type answers for everything but links
 // and unknown types, which alone cost a status query. Returns false on an
 // error other than "not found", which ends the walk of the directory.
-bool classifyEntry(int dirFd, const struct dirent &entry, bool &isDirectory) {
+bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory) {
   isDirectory = false;
-  switch (entry.d_type) {
+  switch (type) {
   case DT_DIR:
     isDirectory = true;
     return true;
@@ -38,7 +48,7 @@ bool classifyEntry(int dirFd, const struct dirent &entry, bool &isDirectory) {
     return true;
   }
   struct stat st;
-  if (::fstatat(dirFd, entry.d_name, &st, 0) == 0) {
+  if (::fstatat(dirFd, name, &st, 0) == 0) {
     isDirectory = S_ISDIR(st.st_mode);
     return true;
   }
@@ -48,30 +58,42 @@ bool classifyEntry(int dirFd, const struct dirent &entry, bool &isDirectory) {
 }
 
 // Collects the paths of the subdirectories of dir in listing order. False when
-// the directory cannot be read completely.
+// the directory cannot be read completely. The entries are read straight from
+// the kernel: the C library's directory streams query the directory's status
+// once more when they open it, which would add a system call per directory.
 bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories) {
-  int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0)
     return false;
-  std::unique_ptr<DIR, DirCloser> stream(::fdopendir(fd));
-  if (!stream) {
-    ::close(fd);
-    return false;
-  }
+  ScopedFd closer(fd);
   const boost::filesystem::path base(dir);
+  // Records are laid out as struct dirent64, each starting at an 8-byte
+  // boundary; only the fixed fields are read through the structure.
+  alignas(struct dirent64) char buffer[32768];
   for (;;) {
-    errno = 0;
-    const struct dirent *entry = ::readdir(stream.get());
-    if (!entry)
-      return errno == 0;
-    const char *name = entry->d_name;
-    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
-      continue;
-    bool isDirectory = false;
-    if (!classifyEntry(fd, *entry, isDirectory))
+    const long filled = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
+    if (filled == 0)
+      return true;
+    if (filled < 0) {
+      if (errno == EINTR)
+        continue;
       return false;
-    if (isDirectory)
-      subdirectories.push_back((base / name).string());
+    }
+    for (long offset = 0; offset < filled;) {
+      const char *record = buffer + offset;
+      unsigned short length = 0;
+      std::memcpy(&length, record + offsetof(struct dirent64, d_reclen), sizeof length);
+      const unsigned char type = static_cast<unsigned char>(record[offsetof(struct dirent64, d_type)]);
+      const char *name = record + offsetof(struct dirent64, d_name);
+      offset += length;
+      if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+        continue;
+      bool isDirectory = false;
+      if (!classifyEntry(fd, type, name, isDirectory))
+        return false;
+      if (isDirectory)
+        subdirectories.push_back((base / name).string());
+    }
   }
 }
 
