@@ -232,9 +232,14 @@ TEST(ToolFindTest, Sha1ChecksumWithItsPrefix) {
   EXPECT_EQ(0, result.status) << result.err;
   EXPECT_EQ(foundLines(tree.beside, 0, "ssAroundBinaryLookup"), lines(result.out));
 
-  // The same digits taken as MD5 are malformed (40 digits).
+  // The same digits taken as MD5 are malformed (40 digits): one line naming the option and the value.
   ToolResult bad = tool.run({"find", "sym", "libx.so.debug", "--binary", tree.binary, "--checksum", sha1});
   EXPECT_EQ(2, bad.status);
+  EXPECT_EQ("", bad.out);
+  EXPECT_EQ(std::vector<std::string>{"vell: --checksum: '" + sha1 +
+                                     "' is neither an MD5 checksum (32 hexadecimal digits) nor sha1: and a "
+                                     "SHA-1 checksum (40 hexadecimal digits)"},
+            lines(bad.err));
 }
 
 TEST(ToolFindTest, ChecksumOfABinary) {
@@ -356,6 +361,99 @@ TEST(ToolFindTest, CompressedKernelImageResolvesToItsExtractedForm) {
       {"--json", "find", "bin", "vmlinuz-6.1.0-test", "--dir", "bin=" + dir.sub("boot"), "--cache", cache});
   ASSERT_EQ(0, again.status) << again.err;
   EXPECT_EQ(extracted, parse(again)["path"]);
+}
+
+// When vmlinux itself is not found, /boot/vmlinux-RELEASE and then
+// /boot/vmlinuz-RELEASE are looked for, RELEASE being --kernel-release. A plain
+// --dir tries the tails of those names, so a directory of the test stands in
+// for /boot.
+class ToolKernelReleaseTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    if (vell_test::toolPath().empty())
+      GTEST_SKIP() << "the vell tool is not built";
+    for (const char *release : {"6.1.0-vell-one", "5.10.0-vell-two", "6.6.0-vell-gz", "4.19.0-vell-none"})
+      for (const char *prefix : {"/boot/vmlinux-", "/boot/vmlinuz-"})
+        if (std::filesystem::exists(prefix + std::string(release)))
+          GTEST_SKIP() << "the running system has " << prefix << release;
+  }
+
+  ToolResult find(const std::string &release, const std::vector<std::string> &more = {}) {
+    std::vector<std::string> args{"find", "bin", "vmlinux", "--dir", "bin=" + m_boot};
+    if (!release.empty())
+      args.insert(args.end(), {"--kernel-release", release});
+    args.insert(args.end(), more.begin(), more.end());
+    return m_tool.run(args);
+  }
+
+  TempDir m_dir;
+  std::string m_boot = m_dir.mkdir("boot");
+  ToolRunner m_tool;
+};
+
+TEST_F(ToolKernelReleaseTest, ReleaseSelectsTheKernelImage) {
+  std::string one = m_dir.write("boot/vmlinux-6.1.0-vell-one", "image one");
+  std::string two = m_dir.write("boot/vmlinux-5.10.0-vell-two", "image two");
+
+  ToolResult first = find("6.1.0-vell-one");
+  EXPECT_EQ(0, first.status) << first.err;
+  EXPECT_EQ(foundLines(one, 1, "ssLowPrioritySearchDirs"), lines(first.out));
+
+  ToolResult second = find("5.10.0-vell-two", {"--json"});
+  ASSERT_EQ(0, second.status) << second.err;
+  EXPECT_EQ(two, parse(second)["path"]);
+
+  ToolResult none = find("4.19.0-vell-none");
+  EXPECT_EQ(1, none.status) << none.out;
+  EXPECT_EQ(std::vector<std::string>{"not found: vmlinux"}, lines(none.out));
+}
+
+TEST_F(ToolKernelReleaseTest, LogShowsTheNamesBuiltFromTheRelease) {
+  ToolResult result = find("4.19.0-vell-none", {"-v"});
+  EXPECT_EQ(1, result.status) << result.out;
+  size_t plain = result.err.find("Searching bin file:vmlinux");
+  size_t image = result.err.find("Searching bin file:/boot/vmlinux-4.19.0-vell-none");
+  size_t compressed = result.err.find("Searching bin file:/boot/vmlinuz-4.19.0-vell-none");
+  ASSERT_NE(std::string::npos, plain) << result.err;
+  ASSERT_NE(std::string::npos, image) << result.err;
+  ASSERT_NE(std::string::npos, compressed) << result.err;
+  EXPECT_LT(plain, image);
+  EXPECT_LT(image, compressed);
+  // The candidates of the tails of those names, in the directory given.
+  EXPECT_NE(std::string::npos, result.err.find("*** DO__NOT__EXIST " + m_boot + "/vmlinux-4.19.0-vell-none"))
+      << result.err;
+  EXPECT_NE(std::string::npos, result.err.find("*** DO__NOT__EXIST " + m_boot + "/vmlinuz-4.19.0-vell-none"))
+      << result.err;
+}
+
+TEST_F(ToolKernelReleaseTest, CompressedImageOfTheReleaseIsExtracted) {
+  std::string image;
+  for (int i = 0; i < 1000; ++i)
+    image += "compressed kernel line " + std::to_string(i) + "\n";
+  std::string compressed = m_dir.sub("boot/vmlinuz-6.6.0-vell-gz");
+  writeCompressedKernel(compressed, image);
+  std::string cache = m_dir.mkdir("cache");
+  std::string extracted = cache + "/vmlinux_cache/" + md5Of(compressed) + "/vmlinux";
+
+  ToolResult result = find("6.6.0-vell-gz", {"--cache", cache});
+  ASSERT_EQ(0, result.status) << result.err;
+  EXPECT_EQ(foundLines(extracted, 1, "ssLowPrioritySearchDirs"), lines(result.out));
+  EXPECT_EQ(image, readFile(extracted));
+}
+
+TEST_F(ToolKernelReleaseTest, RunningKernelReleaseByDefault) {
+  utsname info{};
+  ASSERT_EQ(0, uname(&info));
+  std::string release = info.release;
+  for (const char *prefix : {"/boot/vmlinux-", "/boot/vmlinuz-"})
+    if (std::filesystem::exists(prefix + release))
+      GTEST_SKIP() << "the running system has " << prefix << release;
+  std::string running = m_dir.write("boot/vmlinux-" + release, "running kernel");
+  ToolResult result = find("");
+  EXPECT_EQ(0, result.status) << result.err;
+  EXPECT_EQ(foundLines(running, 1, "ssLowPrioritySearchDirs"), lines(result.out));
+  // A release given on the command line replaces it.
+  EXPECT_EQ(1, find("4.19.0-vell-none").status);
 }
 
 TEST(ToolFindTest, ArchivedSymbolFileIsFoundInTheResultDirectory) {

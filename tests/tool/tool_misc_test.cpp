@@ -1,8 +1,11 @@
 // vell checksum, extract-kernel, archive and the help texts, run as separate processes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <set>
 
 #include <nlohmann/json.hpp>
 #include <zlib.h>
@@ -135,29 +138,154 @@ TEST(ToolArchiveTest, BadInputChangesNothing) {
   EXPECT_TRUE(fs::is_empty(results));
 }
 
-TEST(ToolHelpTest, EveryCommandHasHelp) {
+// The entries of one section ("Options:", "Positionals:", "Subcommands:") of a
+// help text: each name (both spellings of "-v,--verbose") with its description,
+// which may stand on the next line when the names are long.
+std::map<std::string, std::string> helpSection(const std::string &help, const std::string &title) {
+  std::map<std::string, std::string> entries;
+  std::vector<std::string> text = lines(help);
+  auto line = std::find(text.begin(), text.end(), title);
+  if (line == text.end())
+    return entries;
+  std::vector<std::string> names;
+  for (++line; line != text.end() && !line->empty(); ++line) {
+    std::string entry = *line;
+    size_t start = entry.find_first_not_of(' ');
+    if (start == std::string::npos)
+      break;
+    // Columns are separated by at least two blanks; a wrapped description is
+    // indented far beyond the names.
+    if (start > 10) {
+      for (const std::string &name : names)
+        entries[name] = entry.substr(start);
+      continue;
+    }
+    size_t nameEnd = entry.find(' ', start);
+    std::string spellings = entry.substr(start, nameEnd - start);
+    names.clear();
+    for (size_t from = 0; from <= spellings.size();) {
+      size_t comma = spellings.find(',', from);
+      names.push_back(spellings.substr(from, comma - from));
+      if (comma == std::string::npos)
+        break;
+      from = comma + 1;
+    }
+    size_t gap = entry.find("  ", start);
+    std::string description;
+    if (gap != std::string::npos) {
+      size_t column = entry.find_first_not_of(' ', gap);
+      if (column != std::string::npos)
+        description = entry.substr(column);
+    }
+    for (const std::string &name : names)
+      entries[name] = description;
+  }
+  return entries;
+}
+
+std::set<std::string> namesOf(const std::map<std::string, std::string> &entries) {
+  std::set<std::string> result;
+  for (const auto &[name, description] : entries)
+    result.insert(name);
+  return result;
+}
+
+// Every entry of a section has a description.
+void expectDescribed(const std::map<std::string, std::string> &entries, const std::string &command) {
+  for (const auto &[name, description] : entries)
+    EXPECT_FALSE(description.empty()) << command << ": " << name;
+}
+
+TEST(ToolHelpTest, MainHelpListsTheGlobalOptionsAndEveryCommand) {
   VELL_REQUIRE_TOOL();
   ToolRunner tool;
   ToolResult main = tool.run({"--help"});
-  EXPECT_EQ(0, main.status);
-  for (const char *command : {"find", "dirs", "archive", "checksum", "extract-kernel"})
-    EXPECT_NE(std::string::npos, main.out.find(command)) << command;
+  EXPECT_EQ(0, main.status) << main.err;
+  EXPECT_EQ("", main.err);
+  EXPECT_NE(std::string::npos, main.out.find("Usage: vell [OPTIONS] SUBCOMMAND")) << main.out;
+  std::map<std::string, std::string> options = helpSection(main.out, "Options:");
+  EXPECT_EQ((std::set<std::string>{"-h", "--help", "-v", "--verbose", "--json", "--lang", "--catalogs",
+                                   "--config"}),
+            namesOf(options))
+      << main.out;
+  expectDescribed(options, "vell");
+  std::map<std::string, std::string> commands = helpSection(main.out, "Subcommands:");
+  EXPECT_EQ((std::set<std::string>{"find", "dirs", "archive", "checksum", "extract-kernel"}),
+            namesOf(commands))
+      << main.out;
+  expectDescribed(commands, "vell");
+  // The exit statuses and where the configuration and the catalogs come from.
+  for (const char *topic : {"Exit status: 0", "2 bad usage or", "searchdirs.json", "share/vell/catalogs"})
+    EXPECT_NE(std::string::npos, main.out.find(topic)) << topic;
+}
+
+TEST(ToolHelpTest, FindHelpListsEveryOption) {
+  VELL_REQUIRE_TOOL();
+  ToolRunner tool;
   ToolResult find = tool.run({"find", "--help"});
-  EXPECT_EQ(0, find.status);
-  for (const char *option : {"--binary", "--checksum", "--mtime", "--size", "--not-newer-than-binary",
-                             "--time-check-exception", "--dir", "--archive", "--cache", "--result-dir",
-                             "--kernel-release", "--suggest", "--steps", "--all", "--explain"})
-    EXPECT_NE(std::string::npos, find.out.find(option)) << option;
-  for (std::vector<std::string> args : std::vector<std::vector<std::string>>{{"dirs", "--help"},
-                                                                             {"dirs", "add", "--help"},
-                                                                             {"dirs", "list", "--help"},
-                                                                             {"dirs", "clear", "--help"},
-                                                                             {"archive", "--help"},
-                                                                             {"checksum", "--help"},
-                                                                             {"extract-kernel", "--help"}}) {
-    ToolResult help = tool.run(args);
-    EXPECT_EQ(0, help.status) << args[0];
-    EXPECT_NE(std::string::npos, help.out.find("Usage: vell " + args[0])) << help.out;
+  EXPECT_EQ(0, find.status) << find.err;
+  EXPECT_NE(std::string::npos, find.out.find("Usage: vell find [OPTIONS] category name")) << find.out;
+  std::map<std::string, std::string> options = helpSection(find.out, "Options:");
+  EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
+                                   "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
+                                   "--cache", "--result-dir", "--kernel-release", "--suggest", "--steps",
+                                   "--all", "--explain"}),
+            namesOf(options))
+      << find.out;
+  expectDescribed(options, "find");
+  EXPECT_EQ((std::set<std::string>{"category", "name"}), namesOf(helpSection(find.out, "Positionals:")));
+  // Every step can be named by --steps.
+  for (const char *step :
+       {"ssArchiveSearchDirs", "ssHighPrioritySearchDirs", "ssCacheSearchDir", "ssAbsoluteNameLookup",
+        "ssAroundBinaryLookup", "ssLowPrioritySearchDirs", "ssSystemDirs"})
+    EXPECT_NE(std::string::npos, options["--steps"].find(step)) << step;
+}
+
+TEST(ToolHelpTest, EveryCommandHelpListsItsOptions) {
+  VELL_REQUIRE_TOOL();
+  ToolRunner tool;
+  struct Expected {
+    std::vector<std::string> args;
+    std::set<std::string> options;
+    std::set<std::string> positionals;
+    std::set<std::string> commands;
+  };
+  const std::set<std::string> help{"-h", "--help"};
+  const std::vector<Expected> expected{
+      {{"find"}, {}, {"category", "name"}, {}},
+      {{"dirs"}, help, {}, {"add", "list", "clear"}},
+      {{"dirs", "add"}, help, {"spec"}, {}},
+      {{"dirs", "list"}, help, {}, {}},
+      {{"dirs", "clear"}, help, {"category"}, {}},
+      {{"archive"}, {"-h", "--help", "--category", "--result-dir"}, {"file"}, {}},
+      {{"checksum"}, {"-h", "--help", "--sha1"}, {"file"}, {}},
+      {{"extract-kernel"}, help, {"compressed", "output"}, {}},
+  };
+  for (const Expected &command : expected) {
+    std::vector<std::string> args = command.args;
+    args.push_back("--help");
+    ToolResult result = tool.run(args);
+    std::string name = "vell";
+    for (const std::string &arg : command.args)
+      name += " " + arg;
+    EXPECT_EQ(0, result.status) << name;
+    EXPECT_NE(std::string::npos, result.out.find("Usage: " + name + " ")) << result.out;
+    std::map<std::string, std::string> options = helpSection(result.out, "Options:");
+    if (!command.options.empty()) {
+      EXPECT_EQ(command.options, namesOf(options)) << result.out;
+    }
+    expectDescribed(options, name);
+    std::map<std::string, std::string> positionals = helpSection(result.out, "Positionals:");
+    EXPECT_EQ(command.positionals, namesOf(positionals)) << result.out;
+    expectDescribed(positionals, name);
+    std::map<std::string, std::string> subcommands = helpSection(result.out, "Subcommands:");
+    EXPECT_EQ(command.commands, namesOf(subcommands)) << result.out;
+    expectDescribed(subcommands, name);
+    // The global options are named on every command's help page.
+    EXPECT_NE(std::string::npos,
+              result.out.find("Every command also takes -v/-vv, --json, --lang LANG, --catalogs DIR and "
+                              "--config FILE"))
+        << result.out;
   }
 }
 

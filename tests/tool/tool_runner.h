@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <grp.h>
 #include <map>
 #include <sstream>
 #include <stdexcept>
@@ -37,6 +38,9 @@ struct ToolResult {
   std::string err;
 };
 
+// User and group id of "nobody".
+constexpr uid_t kNobodyId = 65534;
+
 // One run of the tool. HOME and XDG_CONFIG_HOME point into a private temporary
 // directory unless the test sets them, so the real user configuration is never touched.
 class ToolRunner {
@@ -52,6 +56,12 @@ public:
   // Sets (or, with an empty value, removes) a variable of the child's environment.
   void setEnv(const std::string &name, const std::string &value) { m_env[name] = value; }
   void setWorkingDirectory(const std::string &dir) { m_cwd = dir; }
+  // When the suite runs as root, later runs give up root in the child before the
+  // tool starts and run as the unprivileged user and group "nobody" (65534), so
+  // that file permissions apply to the tool. Does nothing for other users, whose
+  // permissions apply anyway. The files the tool needs must be open to others
+  // (see openForOthers).
+  void runUnprivileged(bool unprivileged = true) { m_unprivileged = unprivileged && ::geteuid() == 0; }
 
   // Starts the tool; wait() collects it. Several may run at once.
   pid_t start(const std::vector<std::string> &args, int index = 0) {
@@ -70,6 +80,11 @@ public:
         _exit(127);
       if (!m_cwd.empty() && chdir(m_cwd.c_str()) != 0)
         _exit(127);
+      // Groups first: after setuid the process may no longer change them. The
+      // last check makes sure root cannot be taken back.
+      if (m_unprivileged && (::setgroups(0, nullptr) != 0 || ::setgid(kNobodyId) != 0 ||
+                             ::setuid(kNobodyId) != 0 || ::setuid(0) == 0))
+        _exit(126);
       std::vector<char *> argp;
       for (std::string &arg : argv)
         argp.push_back(arg.data());
@@ -129,6 +144,7 @@ private:
   TempDir m_dirs;
   std::string m_home;
   std::string m_cwd;
+  bool m_unprivileged = false;
   std::map<std::string, std::string> m_env;
   std::map<pid_t, std::pair<std::string, std::string>> m_outputs;
 };
