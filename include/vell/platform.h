@@ -164,7 +164,10 @@ private:
 };
 
 // Points the catalog service at a directory holding "<catalog>.<language>.json"
-// files; an empty text unloads everything.
+// files; an empty text unloads everything. Each catalog file is read once, on
+// first use, and so is the absence of one (a rejected candidate then costs no
+// file-system access for its message); calling this again, or choosing a
+// language, makes the service read the directory afresh.
 VELL_API void setCatalogDirectory(const std::string &directory);
 // Picks the language ("en" by default).
 VELL_API void setCatalogLanguage(const std::string &language);
