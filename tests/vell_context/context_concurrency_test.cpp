@@ -3,11 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "vell_callbacks/callback_fakes.h"
+#include "vell_context/background_call.h"
 #include "vell_context/context_fakes.h"
+#include "vell_context/metadata.h"
 #include "vell_context/resolution_context_mgr.h"
 
 using namespace VELL_2_13;
@@ -153,6 +160,86 @@ TEST(ContextConcurrencyTest, ManyThreadsReadAndCreateMetadataOfTheSameContexts) 
   EXPECT_EQ(seen[0], seen[1]);
   EXPECT_EQ(seen[0], seen[2]);
   EXPECT_EQ(seen[0], seen[3]);
+}
+
+// A manager operation that calls into the metadata of one context.
+struct MetadataCall {
+  const char *name;
+  std::function<void(IResolutionContextMgr &, IResolutionContext &)> call;
+};
+
+TEST(ContextConcurrencyTest, ManagerGoesOnWhileAnOperationWaitsForAContextsMetadata) {
+  ObjectPtr<IResolutionContextMgr> mgr = IResolutionContextMgr::create();
+  ResolutionContextMgr &impl = *static_cast<ResolutionContextMgr *>(mgr.get());
+  auto started = std::make_shared<RecordingSearchStarted>();
+  auto retriever = std::make_shared<RecordingRetriever>();
+  const std::vector<MetadataCall> calls = {
+      {"registerSearchDirs",
+       [](IResolutionContextMgr &m, IResolutionContext &c) {
+         m.registerSearchDirs(c, containerWith(scAllFiles, {"/x"}), "k");
+       }},
+      {"registerArchiveDir",
+       [](IResolutionContextMgr &m, IResolutionContext &c) { m.registerArchiveDir(c, "/archive"); }},
+      {"registerSearchStartedCallback",
+       [started](IResolutionContextMgr &m, IResolutionContext &c) {
+         m.registerSearchStartedCallback(c, "c", started.get());
+       }},
+      {"registerFileRetriever",
+       [retriever](IResolutionContextMgr &m, IResolutionContext &c) {
+         m.registerFileRetriever(c, "c", retriever.get());
+       }},
+      {"registerEnvironmentInfo",
+       [](IResolutionContextMgr &m, IResolutionContext &c) {
+         m.registerEnvironmentInfo(c, "c", IEditableEnvironmentInfo::create());
+       }},
+      {"releaseSearchDirs",
+       [](IResolutionContextMgr &m, IResolutionContext &c) { m.releaseSearchDirs(c, "c"); }},
+      {"captureSearchDirs",
+       [](IResolutionContextMgr &m, IResolutionContext &c) { m.captureSearchDirs(c, "c"); }},
+      {"createSearchEnv",
+       [](IResolutionContextMgr &m, IResolutionContext &c) {
+         m.createSearchEnv(c, "c", ObjectPtr<IEnvironmentInfo>());
+       }},
+      {"archiveFile",
+       [](IResolutionContextMgr &m, IResolutionContext &c) { m.archiveFile(c, "/f", scAllFiles); }},
+  };
+  int round = 0;
+  for (const MetadataCall &entry : calls) {
+    SCOPED_TRACE(entry.name);
+    const std::string prefix = "/lockfree/" + std::to_string(round++) + "/";
+    ObjectPtr<IResolutionContext> blocked(new BasicResolutionContext((prefix + "blocked").c_str()));
+    ObjectPtr<IMetadata> metadata = impl.getMetadataForContext(*blocked);
+    ISpinSharedLock &metadataLock = static_cast<Metadata &>(*metadata).lock();
+    metadataLock.lock();
+    {
+      BackgroundCall waiting([mgr, blocked, call = entry.call] { call(*mgr, *blocked); });
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      EXPECT_FALSE(waiting.finished()) << "the operation did not wait for the metadata";
+
+      // Insertions into both maps take the manager's lock exclusively: they
+      // can only finish while the waiting operation holds none of it.
+      BackgroundCall others([mgr, prefix, blocked, metadata] {
+        ResolutionContextMgr &manager = *static_cast<ResolutionContextMgr *>(mgr.get());
+        ObjectPtr<IResolutionContext> child(new BasicResolutionContext((prefix + "child").c_str()));
+        ObjectPtr<IResolutionContext> parent(new BasicResolutionContext((prefix + "parent").c_str()));
+        manager.addInheritance(*child, *parent);
+        manager.registerArchiveDir(*parent, "/parent/archive");
+        manager.createSearchEnv(*child, "c", ObjectPtr<IEnvironmentInfo>());
+        if (manager.getMetadataForContext(*blocked).get() != metadata.get())
+          ADD_FAILURE() << "another metadata object for the same context";
+      });
+      EXPECT_TRUE(others.finishesWithin(std::chrono::seconds(5)))
+          << "the manager's lock was held while waiting for the metadata";
+      EXPECT_FALSE(waiting.finished());
+      metadataLock.unlock();
+      EXPECT_TRUE(waiting.finishesWithin(std::chrono::seconds(10)));
+      EXPECT_TRUE(others.finishesWithin(std::chrono::seconds(10)));
+    }
+    ObjectPtr<IResolutionContext> child(new BasicResolutionContext((prefix + "child").c_str()));
+    ObjectPtr<IResolutionContext> parent = impl.getParentContext(*child);
+    ASSERT_TRUE(parent);
+    EXPECT_EQ(prefix + "parent", parent->getUniqueID());
+  }
 }
 
 } // namespace

@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <thread>
 
 #include "vell_callbacks/callback_fakes.h"
+#include "vell_context/background_call.h"
 #include "vell_context/context_fakes.h"
 #include "vell_context/metadata.h"
 
@@ -150,6 +152,89 @@ TEST(MetadataTest, WriterWaitsUntilTheKeyIteratorIsDestroyed) {
   EXPECT_FALSE(finishesWhileHeld([&] { metadata->setSearchDirs(containerWith(scAllFiles, {"/x"}), "k"); },
                                  [&] { it.release(); }));
   EXPECT_TRUE(metadata->getSearchDirs("k"));
+}
+
+// The values the writers below store, shared with the writing thread.
+struct WrittenValues {
+  RecordingSearchStarted started;
+  ChoosingFilesFound found{ObjectPtr<IValidFile>()};
+  SupplyingNoFilesFound noFiles{ObjectPtr<IValidFile>()};
+  FixedConfidencePolicy policy;
+  RecordingRetriever retriever;
+  int messengerStorage = 0;
+  ObjectPtr<ICapturedSearchDirs> captured = ICapturedSearchDirs::create(ObjectPtr<ISearchEnv>());
+  ObjectPtr<ISearchStepsConfigurator> configurator{new DefaultSearchStepsConfigurator()};
+  ObjectPtr<IEditableEnvironmentInfo> info = IEditableEnvironmentInfo::create();
+};
+
+// One writer of the metadata and the check that its value was stored.
+struct MetadataWriter {
+  const char *name;
+  std::function<void(Metadata &, WrittenValues &)> write;
+  std::function<bool(Metadata &, WrittenValues &)> stored;
+};
+
+TEST(MetadataTest, EveryWriterWaitsUntilTheKeyIteratorIsDestroyed) {
+  const std::vector<MetadataWriter> writers = {
+      {"registerSearchStartedCallback",
+       [](Metadata &m, WrittenValues &v) { m.registerSearchStartedCallback("c", &v.started); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getCallbacks("c").searchStarted.callbackUnlocked() == &v.started;
+       }},
+      {"registerFilesFoundCallback",
+       [](Metadata &m, WrittenValues &v) { m.registerFilesFoundCallback("c", &v.found); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getCallbacks("c").filesFound.callbackUnlocked() == &v.found;
+       }},
+      {"registerNoFilesFoundCallback",
+       [](Metadata &m, WrittenValues &v) { m.registerNoFilesFoundCallback("c", &v.noFiles); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getCallbacks("c").noFilesFound.callbackUnlocked() == &v.noFiles;
+       }},
+      {"registerConfidenceLevelPolicyCallback",
+       [](Metadata &m, WrittenValues &v) { m.registerConfidenceLevelPolicyCallback("c", &v.policy); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getCallbacks("c").confidenceLevelPolicy.callbackUnlocked() == &v.policy;
+       }},
+      {"setArchiveDir", [](Metadata &m, WrittenValues &) { m.setArchiveDir("/archive"); },
+       [](Metadata &m, WrittenValues &) { return m.getArchiveDir() == "/archive"; }},
+      {"setCapturedSearchDirs",
+       [](Metadata &m, WrittenValues &v) { m.setCapturedSearchDirs("c", v.captured); },
+       [](Metadata &m, WrittenValues &v) { return m.getCapturedSearchDirs("c").get() == v.captured.get(); }},
+      {"registerSearchStepsConfigurator",
+       [](Metadata &m, WrittenValues &v) { m.registerSearchStepsConfigurator("c", v.configurator); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getSearchStepsConfigurator("c").get() == v.configurator.get();
+       }},
+      {"registerEnvironmentInfo",
+       [](Metadata &m, WrittenValues &v) { m.registerEnvironmentInfo("c", v.info); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getEnvironmentInfo("c").get() == static_cast<IEnvironmentInfo *>(v.info.get());
+       }},
+      {"registerFileRetriever",
+       [](Metadata &m, WrittenValues &v) { m.registerFileRetriever("c", &v.retriever); },
+       [](Metadata &m, WrittenValues &v) { return m.getFileRetriever("c") == &v.retriever; }},
+      {"registerMessenger",
+       [](Metadata &m, WrittenValues &v) { m.registerMessenger("c", fakeMessenger(v.messengerStorage)); },
+       [](Metadata &m, WrittenValues &v) {
+         return m.getMessenger("c") == fakeMessenger(v.messengerStorage);
+       }},
+  };
+  for (const MetadataWriter &writer : writers) {
+    SCOPED_TRACE(writer.name);
+    ObjectPtr<Metadata> metadata = newMetadata();
+    auto values = std::make_shared<WrittenValues>();
+    ObjectPtr<ISearchDirKeyIterator> it = metadata->searchDirsKeyIterator();
+    {
+      BackgroundCall call([metadata, values, write = writer.write] { write(*metadata, *values); });
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      EXPECT_FALSE(call.finished()) << "the writer did not wait for the key iterator";
+      it.release();
+      ASSERT_TRUE(call.finishesWithin(std::chrono::seconds(10))) << "the writer still waits";
+    }
+    EXPECT_TRUE(writer.stored(*metadata, *values));
+    EXPECT_EQ(0, lockState(*metadata));
+  }
 }
 
 TEST(MetadataTest, RetrieverAndMessengerGettersTakeTheLockExclusively) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <thread>
 
 #include "support/log_capture.h"
@@ -363,6 +364,123 @@ TEST(ResolutionContextMgrTest, CaptureAndReleaseAreTracedAndLogged) {
   EXPECT_EQ((std::vector<std::string>{"Context: /capture/log ClientId: NULL",
                                       "Context: /capture/log ClientId: NULL"}),
             log.texts(kInfo));
+}
+
+// --- Exact trace lines -----------------------------------------------------------------------
+
+// Full signatures of the traced operations as the compiler spells them.
+const std::string kSigAddInheritance = "virtual bool VELL_2_13::ResolutionContextMgr::addInheritance("
+                                       "VELL_2_13::IResolutionContext&, VELL_2_13::IResolutionContext&)";
+const std::string kSigRegisterSearchDirs =
+    "virtual void VELL_2_13::ResolutionContextMgr::registerSearchDirs(VELL_2_13::IResolutionContext&, "
+    "const VELL_2_13::ObjectPtr<VELL_2_13::ISearchDirContainer>&, const char*)";
+const std::string kSigRegisterArchiveDir =
+    "virtual void VELL_2_13::ResolutionContextMgr::registerArchiveDir(VELL_2_13::IResolutionContext&, const "
+    "char*)";
+const std::string kSigRegisterCacheDir =
+    "virtual void VELL_2_13::ResolutionContextMgr::registerCacheDir(VELL_2_13::IResolutionContext&, const "
+    "char*)";
+const std::string kSigCaptureSearchDirs =
+    "virtual void VELL_2_13::ResolutionContextMgr::captureSearchDirs(VELL_2_13::IResolutionContext&, const "
+    "char*)";
+const std::string kSigReleaseSearchDirs =
+    "virtual void VELL_2_13::ResolutionContextMgr::releaseSearchDirs(VELL_2_13::IResolutionContext&, const "
+    "char*)";
+const std::string kSigCreateSearchEnv =
+    "virtual VELL_2_13::ObjectPtr<VELL_2_13::ISearchEnv> VELL_2_13::ResolutionContextMgr::createSearchEnv("
+    "VELL_2_13::IResolutionContext&, const char*, const VELL_2_13::ObjectPtr<VELL_2_13::IEnvironmentInfo>&)";
+const std::string kSigCreateFileSystemContext =
+    "virtual VELL_2_13::ObjectPtr<VELL_2_13::IResolutionContext> "
+    "VELL_2_13::ResolutionContextMgr::createFileSystemContext(const char*, bool)";
+const std::string kSigCreateUserWideContext = "virtual VELL_2_13::ObjectPtr<VELL_2_13::IResolutionContext> "
+                                              "VELL_2_13::ResolutionContextMgr::createUserWideContext()";
+const std::string kSigCreateResultDirectoryContext =
+    "virtual VELL_2_13::ObjectPtr<VELL_2_13::IResolutionContext> "
+    "VELL_2_13::ResolutionContextMgr::createResultDirectoryContext(const char*)";
+
+// Some compilers put a blank before "&" and "*" in a signature; this drops it
+// so that one spelling serves all.
+std::string withoutBlankBeforeDeclarators(std::string text) {
+  for (const char *blanked : {" &", " *"}) {
+    for (size_t at = text.find(blanked); at != std::string::npos; at = text.find(blanked, at))
+      text.erase(at, 1);
+  }
+  return text;
+}
+
+std::vector<std::string> traceLines(const LogCapture &log) {
+  std::vector<std::string> lines = log.texts(kTrace);
+  for (std::string &line : lines)
+    line = withoutBlankBeforeDeclarators(line);
+  return lines;
+}
+
+std::string enterLine(const std::string &signature) { return "ENTER: " + signature; }
+std::string exitLine(const std::string &signature) { return "EXIT:  " + signature; }
+
+struct TracedOperation {
+  const char *name;
+  std::function<void(IResolutionContextMgr &)> run;
+  std::vector<std::string> expected;
+};
+
+TEST(ResolutionContextMgrTest, TracedOperationsLogExactEnterAndExitLines) {
+  TempDir dir;
+  const std::string resultDir = dir.mkdir("result");
+  ObjectPtr<IResolutionContext> context = contextFor("/trace/ctx");
+  ObjectPtr<IResolutionContext> parent = contextFor("/trace/parent");
+  const std::vector<TracedOperation> operations = {
+      {"addInheritance",
+       [&](IResolutionContextMgr &m) { m.addInheritance(*context, *parent); },
+       {enterLine(kSigAddInheritance), exitLine(kSigAddInheritance)}},
+      {"registerSearchDirs",
+       [&](IResolutionContextMgr &m) {
+         m.registerSearchDirs(*context, containerWith(scAllFiles, {"/x"}), "k");
+       },
+       {enterLine(kSigRegisterSearchDirs), exitLine(kSigRegisterSearchDirs)}},
+      {"registerArchiveDir",
+       [&](IResolutionContextMgr &m) { m.registerArchiveDir(*context, "/archive"); },
+       {enterLine(kSigRegisterArchiveDir), exitLine(kSigRegisterArchiveDir)}},
+      {"registerCacheDir",
+       [&](IResolutionContextMgr &m) { m.registerCacheDir(*context, "/cache"); },
+       {enterLine(kSigRegisterCacheDir), exitLine(kSigRegisterCacheDir)}},
+      {"releaseSearchDirs",
+       [&](IResolutionContextMgr &m) { m.releaseSearchDirs(*context, "A"); },
+       {enterLine(kSigReleaseSearchDirs), exitLine(kSigReleaseSearchDirs)}},
+      // Capturing releases first and then builds an environment for the client.
+      {"captureSearchDirs",
+       [&](IResolutionContextMgr &m) { m.captureSearchDirs(*context, "A"); },
+       {enterLine(kSigCaptureSearchDirs), enterLine(kSigReleaseSearchDirs), exitLine(kSigReleaseSearchDirs),
+        enterLine(kSigCreateSearchEnv), exitLine(kSigCreateSearchEnv), exitLine(kSigCaptureSearchDirs)}},
+      {"createSearchEnv",
+       [&](IResolutionContextMgr &m) { m.createSearchEnv(*context, "A", ObjectPtr<IEnvironmentInfo>()); },
+       {enterLine(kSigCreateSearchEnv), exitLine(kSigCreateSearchEnv)}},
+      {"createFileSystemContext",
+       [&](IResolutionContextMgr &m) { m.createFileSystemContext("/trace/fs", true); },
+       {enterLine(kSigCreateFileSystemContext), exitLine(kSigCreateFileSystemContext)}},
+      {"createUserWideContext",
+       [&](IResolutionContextMgr &m) { m.createUserWideContext(); },
+       {enterLine(kSigCreateUserWideContext), exitLine(kSigCreateUserWideContext)}},
+      // A new result directory creates its context and registers its layout.
+      {"createResultDirectoryContext",
+       [&](IResolutionContextMgr &m) { m.createResultDirectoryContext(resultDir.c_str()); },
+       {enterLine(kSigCreateResultDirectoryContext), enterLine(kSigCreateFileSystemContext),
+        exitLine(kSigCreateFileSystemContext), enterLine(kSigRegisterArchiveDir),
+        exitLine(kSigRegisterArchiveDir), enterLine(kSigRegisterSearchDirs), exitLine(kSigRegisterSearchDirs),
+        exitLine(kSigCreateResultDirectoryContext)}},
+  };
+  ObjectPtr<IResolutionContextMgr> mgr = IResolutionContextMgr::create();
+  for (const TracedOperation &operation : operations) {
+    SCOPED_TRACE(operation.name);
+    LogCapture log;
+    operation.run(*mgr);
+    EXPECT_EQ(operation.expected, traceLines(log));
+    // Entry and exit enclose every other line the operation writes.
+    const std::vector<CapturedLine> all = log.lines();
+    ASSERT_FALSE(all.empty());
+    EXPECT_EQ(operation.expected.front(), withoutBlankBeforeDeclarators(all.front().text));
+    EXPECT_EQ(operation.expected.back(), withoutBlankBeforeDeclarators(all.back().text));
+  }
 }
 
 } // namespace

@@ -163,4 +163,31 @@ TEST_F(ArchiveFileTest, FailingCopyLeavesAsAFileSystemError) {
   EXPECT_EQ(dir.sub("archive") + "/x.so/" + kAbcMd5 + "/x.so", result);
 }
 
+TEST_F(ArchiveFileTest, FailingRemovalOfTheSourceLeavesAsAFileSystemErrorAfterTheCopy) {
+  std::string source = dir.write("in/fetched.so", "abc");
+  std::string archive = dir.mkdir("archive");
+  ASSERT_EQ(0, ::chmod(archive.c_str(), 0777));
+  vell_test::openForOthers(dir.sub("in"));
+  // Nobody may remove entries of "in": the copy succeeds, the removal fails.
+  ASSERT_EQ(0, ::chmod(dir.sub("in").c_str(), 0555));
+  std::string result;
+  bool thrown = false;
+  std::string failedPath;
+  {
+    vell_test::AsUnprivilegedUser nobody;
+    try {
+      utils::archiveFile(source.c_str(), archive.c_str(), nullptr, result, true);
+    } catch (const boost::filesystem::filesystem_error &error) {
+      thrown = true;
+      failedPath = error.path1().string();
+    }
+  }
+  ASSERT_EQ(0, ::chmod(dir.sub("in").c_str(), 0755));
+  EXPECT_TRUE(thrown);
+  EXPECT_EQ(source, failedPath); // the removal failed, not the copy
+  EXPECT_EQ(archive + "/fetched.so/" + kAbcMd5 + "/fetched.so", result);
+  EXPECT_EQ("abc", readAll(result));
+  EXPECT_TRUE(isFile(source));
+}
+
 } // namespace
