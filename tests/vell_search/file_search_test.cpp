@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
@@ -262,6 +263,29 @@ TEST(FileSearchTest, ValidSuggestionIsReturnedWithoutAnyStep) {
                "*** VALID____ADDED " + suggested,
                "Returning the first found, no filesFoundCallback established"}),
       capture.texts(20000));
+}
+
+TEST(FileSearchTest, DestroyedFilesFoundCallbackIsAsIfNoneWereSet) {
+  TempDir tmp;
+  const std::string first = tmp.write("d1/libx.so");
+  tmp.write("d2/libx.so");
+  auto env =
+      envWith({{scBinaryFiles, tmp.sub("d1"), false, true}, {scBinaryFiles, tmp.sub("d2"), false, true}});
+  auto found = std::make_unique<vell_test::TestFilesFound>();
+  found->chooser = [](IValidFileIterator &files) {
+    // Would pick the second file if it were still called.
+    files.next();
+    return files.next();
+  };
+  env->setFilesFoundCallback(CallbackHolder<IFilesFoundCallback>(found.get()));
+  ObjectPtr<IFileSearch> search = IFileSearch::create(env);
+  found.reset();
+  vell_test::LogCapture capture;
+  ObjectPtr<IValidFile> result = search->findBinFile("libx.so", nullptr, nullptr, 0);
+  ASSERT_TRUE(result);
+  EXPECT_EQ(first, result->name());
+  EXPECT_TRUE(capture.contains("Returning the first found, no filesFoundCallback established"));
+  EXPECT_FALSE(capture.containsPrefix("Returning the result ="));
 }
 
 TEST(FileSearchTest, CancelledSearchRunsNoStepButOffersTheSuggestions) {
