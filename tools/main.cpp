@@ -112,6 +112,20 @@ void configureLibrary(const GlobalOptions &global) {
 // Each occurrence of a repeatable option takes exactly one value.
 CLI::Option *repeatable(CLI::Option *option) { return option->allow_extra_args(false); }
 
+// An option or argument given with an empty value ("--checksum ''") would
+// otherwise read as not given at all: reject it, naming what is empty.
+void rejectEmptyValues(const CLI::App &command) {
+  for (const CLI::Option *option : command.get_options()) {
+    if (option->get_type_size() == 0 || option->count() == 0)
+      continue;
+    for (const std::string &value : option->results())
+      if (value.empty())
+        throw vell_tool::BadInput(option->get_name() + ": empty value");
+  }
+  for (const CLI::App *subcommand : command.get_subcommands())
+    rejectEmptyValues(*subcommand);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -266,6 +280,7 @@ int main(int argc, char **argv) {
   }
 
   try {
+    rejectEmptyValues(app);
     configureLibrary(global);
     if (findCommand->parsed())
       return runFind(global, find);

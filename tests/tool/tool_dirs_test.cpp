@@ -224,6 +224,14 @@ TEST_F(ToolDirsBadInputTest, MalformedChecksum) {
                  "is neither an MD5 checksum (32 hexadecimal digits) nor sha1: and a SHA-1 checksum");
 }
 
+TEST_F(ToolDirsBadInputTest, EmptyValuesAreRejectedRatherThanTakenAsNotGiven) {
+  expectRejected({"find", "sym", "x.debug", "--checksum", ""}, "--checksum: empty value");
+  expectRejected({"find", "sym", "x.debug", "--binary", ""}, "--binary: empty value");
+  expectRejected({"find", "bin", ""}, "name: empty value");
+  expectRejected({"dirs", "add", "bin=" + m_dir.path(), ""}, "empty value");
+  expectRejected({"--lang", "", "dirs", "list"}, "--lang: empty value");
+}
+
 TEST_F(ToolDirsBadInputTest, UnknownLanguage) { expectRejected({"--lang", "xx", "dirs", "list"}, "'xx'"); }
 
 TEST_F(ToolDirsBadInputTest, UnknownCommandOrOption) {
