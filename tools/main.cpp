@@ -128,7 +128,10 @@ void rejectEmptyValues(const CLI::App &command) {
 
 } // namespace
 
-int main(int argc, char **argv) {
+namespace {
+
+// The tool's work; main only adds a last guard against exceptions.
+int runTool(int argc, char **argv) {
   CLI::App app{"vell: locates binaries, debug-symbol files and source files.", "vell"};
   app.require_subcommand(1);
   app.fallthrough();
@@ -266,6 +269,7 @@ int main(int argc, char **argv) {
 
   std::vector<std::string> args = joinStepsValues(argc, argv);
   std::vector<char *> pointers;
+  pointers.reserve(args.size());
   for (std::string &arg : args)
     pointers.push_back(arg.data());
   try {
@@ -304,4 +308,17 @@ int main(int argc, char **argv) {
     return kExitNotFound;
   }
   return kExitBadInput;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return runTool(argc, argv);
+  } catch (const std::exception &e) {
+    std::cerr << "vell: " << e.what() << "\n";
+  } catch (...) {
+    std::cerr << "vell: unexpected error\n";
+  }
+  return kExitNotFound;
 }

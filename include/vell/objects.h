@@ -96,6 +96,8 @@ public:
     }
   }
 
+  // Self-assignment is a no-op (checked first).
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
   ObjectPtr &operator=(const ObjectPtr &other) {
     if (m_ptr == other.m_ptr)
       return *this;

@@ -166,7 +166,7 @@ private:
 // Accepts a file whose checksum equals the expected one.
 class VELL_API ChecksumValidator : public IValidatorCallback {
 public:
-  ChecksumValidator(search_category_t category, ObjectPtr<IChecksum> expected)
+  ChecksumValidator(search_category_t category, const ObjectPtr<IChecksum> &expected)
       : m_calculator(IChecksumCalculator::create()), m_category(category), m_expected(expected),
         m_binMessage(IMessageMgr::create()->getBinChecksumMismatchMessage()),
         m_symMessage(IMessageMgr::create()->getSymChecksumMismatchMessage()),

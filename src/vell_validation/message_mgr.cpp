@@ -29,6 +29,8 @@ MessageMgr::~MessageMgr() {
   // The message objects are released with the members.
 }
 
+// The manager is taken by value, as hosts call it with a fresh handle.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void initializeValidationMessages(ObjectPtr<IMessageMgr> mgr) {
   if (!mgr)
     return;
