@@ -99,6 +99,7 @@ int runDirsAdd(const GlobalOptions &global, const std::vector<std::string> &spec
     SearchDirSpec spec;
     std::string error;
     if (!parseSearchDirCommandLine(text, spec, error))
+      // NOLINTNEXTLINE(performance-inefficient-string-concatenation): one message, built once
       throw BadInput("dirs add '" + text + "': " + error);
     spec.directory = absolutePath(spec.directory);
     parsed.push_back(spec);
@@ -172,6 +173,7 @@ int runDirsList(const GlobalOptions &global) {
 
 int runDirsClear(const GlobalOptions &global, const std::vector<std::string> &categories) {
   std::vector<search_category_t> parsed;
+  parsed.reserve(categories.size());
   for (const std::string &text : categories)
     parsed.push_back(parseCategory(text, true));
   if (parsed.empty())

@@ -155,6 +155,7 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     SearchDirSpec spec;
     std::string error;
     if (!parseSearchDirCommandLine(text, spec, error))
+      // NOLINTNEXTLINE(performance-inefficient-string-concatenation): one message, built once
       throw BadInput("--dir '" + text + "': " + error);
     spec.directory = absolutePath(spec.directory);
     request.dirs.push_back(spec);

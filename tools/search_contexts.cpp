@@ -18,7 +18,7 @@ namespace {
 // can meet neither a result directory nor a user name.
 const char *const COMMAND_LINE_CONTEXT = "<vell command line>";
 
-ObjectPtr<IResolutionContext> checked(ObjectPtr<IResolutionContext> context, const char *what) {
+ObjectPtr<IResolutionContext> checked(const ObjectPtr<IResolutionContext> &context, const char *what) {
   if (!context)
     throw std::runtime_error(std::string("cannot create the ") + what + " context");
   return context;

@@ -12,7 +12,7 @@ namespace {
 // starts a new search, whose suggested paths come before any step.
 class TrackingStepsIterator : public RefCountImpl<ISearchStepsIterator> {
 public:
-  TrackingStepsIterator(ObjectPtr<ISearchStepsIterator> inner, StepTracker &tracker)
+  TrackingStepsIterator(const ObjectPtr<ISearchStepsIterator> &inner, StepTracker &tracker)
       : m_inner(inner), m_tracker(tracker) {}
   void reset() override {
     m_tracker.set(ssAskUser);

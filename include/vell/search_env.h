@@ -56,7 +56,7 @@ class ISearchEnv;
 
 class ICapturedSearchDirs : public ISearchDirContainer {
 public:
-  static VELL_API ObjectPtr<ICapturedSearchDirs> create(ObjectPtr<ISearchEnv> env);
+  static VELL_API ObjectPtr<ICapturedSearchDirs> create(const ObjectPtr<ISearchEnv> &env);
 };
 
 // A container whose contents live in the host's property storage.
@@ -215,6 +215,6 @@ struct SearchDirSpec {
 VELL_API bool parseSearchDirCommandLine(const std::string &text, SearchDirSpec &spec, std::string &error);
 
 // "[ISearchEnv: searchDirs = /d (Recursive,  HighPriority), ]"
-VELL_API std::string dump(ObjectPtr<ISearchEnv> env, search_category_t category);
+VELL_API std::string dump(const ObjectPtr<ISearchEnv> &env, search_category_t category);
 
 } // namespace VELL_2_13

@@ -78,6 +78,9 @@ bool SymFileSearchStrategy::lookUpAbsoluteName(ISearchResultsContainer &containe
   // Only a Linux target's symbol files are fetched.
   if (targetIsLinux())
     return BasicLocalAndRemoteFileSearchStrategy::lookUpAbsoluteName(container);
+  // Other targets get the local look-up alone, skipping the remote fetch of
+  // the class in between on purpose.
+  // NOLINTNEXTLINE(bugprone-parent-virtual-call)
   return BasicFileSearchStrategy::lookUpAbsoluteName(container);
 }
 

@@ -3,7 +3,7 @@
 
 namespace VELL_2_13 {
 
-ObjectPtr<ICapturedSearchDirs> ICapturedSearchDirs::create(ObjectPtr<ISearchEnv> env) {
+ObjectPtr<ICapturedSearchDirs> ICapturedSearchDirs::create(const ObjectPtr<ISearchEnv> &env) {
   return ObjectPtr<ICapturedSearchDirs>(new CapturedSearchDirs(env));
 }
 

@@ -5,7 +5,7 @@
 
 namespace VELL_2_13 {
 
-std::string dump(ObjectPtr<ISearchEnv> env, search_category_t category) {
+std::string dump(const ObjectPtr<ISearchEnv> &env, search_category_t category) {
   std::string text = "[ISearchEnv: searchDirs = ";
   if (!env)
     return text + "NULL pointer]";

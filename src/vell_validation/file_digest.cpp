@@ -37,7 +37,7 @@ struct DigestContextDeleter {
 std::string toHex(const unsigned char *digest, unsigned int length) {
   static const char kDigits[] = "0123456789abcdef";
   std::string text;
-  text.reserve(length * 2);
+  text.reserve(static_cast<size_t>(length) * 2);
   for (unsigned int i = 0; i < length; ++i) {
     text += kDigits[digest[i] >> 4];
     text += kDigits[digest[i] & 0x0f];

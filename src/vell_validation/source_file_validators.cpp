@@ -45,9 +45,7 @@ int SourceFileTimeAndSizeMatchValidator::validate(const char *fileName, IErrorIn
   // The time comes first; the size is only tested when the time matched, was
   // exempt or was not given.
   if (m_time != 0) {
-    if (file.known && file.modificationTime == m_time) {
-      verdict = vvAccept;
-    } else if (m_exceptionDirs.isTimeCheckException(fileName)) {
+    if ((file.known && file.modificationTime == m_time) || m_exceptionDirs.isTimeCheckException(fileName)) {
       verdict = vvAccept;
     } else {
       if (m_timeMessage)

@@ -38,8 +38,8 @@ ObjectPtr<IValidatedFile> wrap(const ObjectPtr<IInvalidFile> &file) {
 } // namespace
 
 Validator::Validator(IValidatorCallback *userCallback, IConfidenceLevelPolicyCallback &policy,
-                     search_category_t category, ObjectPtr<IChecksum> expected, IFileRetriever *retriever,
-                     const char *requestedName)
+                     search_category_t category, const ObjectPtr<IChecksum> &expected,
+                     IFileRetriever *retriever, const char *requestedName)
     : m_decorator(userCallback), m_policy(policy), m_category(category), m_expected(expected),
       m_retriever(retriever), m_requestedName(requestedName ? requestedName : "") {}
 

@@ -33,7 +33,7 @@ public:
   // file retriever (may be null, not owned); requestedName: the name the
   // caller asked for.
   Validator(IValidatorCallback *userCallback, IConfidenceLevelPolicyCallback &policy,
-            search_category_t category, ObjectPtr<IChecksum> expected, IFileRetriever *retriever,
+            search_category_t category, const ObjectPtr<IChecksum> &expected, IFileRetriever *retriever,
             const char *requestedName);
 
   // validateInternal(fileName, ssAskUser).
