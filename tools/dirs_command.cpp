@@ -1,6 +1,7 @@
 // vell dirs add|list|clear: the user's own search directories.
 #include "dirs_command.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -53,31 +54,26 @@ std::string normalised(const std::string &path) {
   return text;
 }
 
-// Whether the stored list of category holds directory: the storage reports no
+// The directories of category as stored (normalised): the storage reports no
 // write errors of its own, so a change is read back to see that it was kept.
-bool stored(IEditableSearchDirContainer &dirs, search_category_t category, const std::string &directory) {
+std::vector<std::string> storedDirectories(IEditableSearchDirContainer &dirs, search_category_t category) {
+  std::vector<std::string> names;
   ObjectPtr<ISearchDirIterator> records = dirs.enumerate(category);
   if (!records)
-    return false;
+    return names;
   records->reset();
   const char *name = nullptr;
   bool recursive = false;
   bool highPriority = false;
   for (; records->getCurrentRecord(name, recursive, highPriority); records->next())
-    if (name && normalised(name) == normalised(directory))
-      return true;
-  return false;
+    if (name)
+      names.push_back(normalised(name));
+  return names;
 }
 
-bool storedEmpty(IEditableSearchDirContainer &dirs, search_category_t category) {
-  ObjectPtr<ISearchDirIterator> records = dirs.enumerate(category);
-  if (!records)
-    return true;
-  records->reset();
-  const char *name = nullptr;
-  bool recursive = false;
-  bool highPriority = false;
-  return !records->getCurrentRecord(name, recursive, highPriority);
+bool stored(IEditableSearchDirContainer &dirs, search_category_t category, const std::string &directory) {
+  const std::vector<std::string> names = storedDirectories(dirs, category);
+  return std::find(names.begin(), names.end(), normalised(directory)) != names.end();
 }
 
 BadInput notWritten(const std::string &path) {
@@ -187,7 +183,7 @@ int runDirsClear(const GlobalOptions &global, const std::vector<std::string> &ca
     for (search_category_t category : parsed)
       userDirs.dirs->clear(category);
     for (search_category_t category : parsed)
-      if (!storedEmpty(*userDirs.dirs, category))
+      if (!storedDirectories(*userDirs.dirs, category).empty())
         throw notWritten(path);
   }
   if (global.json) {
