@@ -127,75 +127,61 @@ ObjectPtr<IEditableSearchEnv> envWithInfo(unsigned osType, const char *release) 
   return env;
 }
 
+// The system directories a binary strategy for name lists, as "<dir> N|R".
+Strings binSystemDirs(ISearchEnv *env, const char *name) {
+  NullValidator validator;
+  BinFileSearchStrategy strategy(env, name, "", &validator);
+  RecordingDirectoryContainer dirs;
+  strategy.fillSystemDirs(dirs);
+  return dirs.entries;
+}
+
 // --- Binary system directories -------------------------------------------------------
 
 TEST(BinFileSearchStrategyTest, SystemDirectoriesOfAnOrdinaryBinary) {
   FixedKernelRelease release;
-  NullValidator validator;
-  BinFileSearchStrategy strategy(nullptr, "libx.so", "", &validator);
-  RecordingDirectoryContainer dirs;
-  strategy.fillSystemDirs(dirs);
-  EXPECT_EQ((Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R"}), dirs.entries);
+  EXPECT_EQ((Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R"}), binSystemDirs(nullptr, "libx.so"));
 }
 
 TEST(BinFileSearchStrategyTest, SystemDirectoriesOfTheKernelImage) {
   FixedKernelRelease release;
-  NullValidator validator;
   auto env = envWithInfo(1, "R2");
-  BinFileSearchStrategy strategy(env.get(), "vmlinux", "", &validator);
-  RecordingDirectoryContainer dirs;
-  strategy.fillSystemDirs(dirs);
   EXPECT_EQ(
       (Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R", "/boot N", "/usr/lib/debug/lib/modules/R2 N"}),
-      dirs.entries);
+      binSystemDirs(env.get(), "vmlinux"));
 }
 
 TEST(BinFileSearchStrategyTest, KernelImageWithoutTargetReleaseHasNoDebugModuleDirectory) {
   FixedKernelRelease release;
-  NullValidator validator;
   auto emptyRelease = envWithInfo(1, "");
   auto noInfo = IEditableSearchEnv::create();
   for (ISearchEnv *env : {static_cast<ISearchEnv *>(emptyRelease.get()),
-                          static_cast<ISearchEnv *>(noInfo.get()), static_cast<ISearchEnv *>(nullptr)}) {
-    BinFileSearchStrategy strategy(env, "vmlinux", "", &validator);
-    RecordingDirectoryContainer dirs;
-    strategy.fillSystemDirs(dirs);
-    EXPECT_EQ((Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R", "/boot N"}), dirs.entries);
-  }
+                          static_cast<ISearchEnv *>(noInfo.get()), static_cast<ISearchEnv *>(nullptr)})
+    EXPECT_EQ((Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R", "/boot N"}),
+              binSystemDirs(env, "vmlinux"));
 }
 
 TEST(BinFileSearchStrategyTest, FailingUnameLeavesOutTheReleaseDirectories) {
   FixedKernelRelease failing(true);
-  NullValidator validator;
   auto env = envWithInfo(1, "R2");
-  BinFileSearchStrategy strategy(env.get(), "vmlinux", "", &validator);
-  RecordingDirectoryContainer dirs;
-  strategy.fillSystemDirs(dirs);
-  EXPECT_EQ((Strings{"/lib/modules N", "/boot N", "/usr/lib/debug/lib/modules/R2 N"}), dirs.entries);
+  EXPECT_EQ((Strings{"/lib/modules N", "/boot N", "/usr/lib/debug/lib/modules/R2 N"}),
+            binSystemDirs(env.get(), "vmlinux"));
 }
 
 TEST(BinFileSearchStrategyTest, KernelImageByAbsolutePathKeepsTheKernelDirectories) {
   FixedKernelRelease release;
-  NullValidator validator;
   auto env = envWithInfo(1, "R2");
-  BinFileSearchStrategy strategy(env.get(), "/boot/vmlinux", "", &validator);
-  RecordingDirectoryContainer dirs;
-  strategy.fillSystemDirs(dirs);
   EXPECT_EQ(
       (Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R", "/boot N", "/usr/lib/debug/lib/modules/R2 N"}),
-      dirs.entries);
+      binSystemDirs(env.get(), "/boot/vmlinux"));
 }
 
 TEST(BinFileSearchStrategyTest, NameMerelyContainingVmlinuxIsNotTheKernelImage) {
   FixedKernelRelease release;
-  NullValidator validator;
   auto env = envWithInfo(1, "R2");
-  for (const char *name : {"xvmlinux", "vmlinux.1", "/boot/vmlinux/x"}) {
-    BinFileSearchStrategy strategy(env.get(), name, "", &validator);
-    RecordingDirectoryContainer dirs;
-    strategy.fillSystemDirs(dirs);
-    EXPECT_EQ((Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R"}), dirs.entries) << name;
-  }
+  for (const char *name : {"xvmlinux", "vmlinux.1", "/boot/vmlinux/x"})
+    EXPECT_EQ((Strings{"/lib/modules N", "/lib/modules/R1/kernel/ R"}), binSystemDirs(env.get(), name))
+        << name;
 }
 
 // --- Binary system-directory step --------------------------------------------------------

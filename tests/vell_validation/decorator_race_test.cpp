@@ -80,47 +80,47 @@ namespace {
 class DecoratorRaceTest : public ::testing::Test {
 protected:
   void SetUp() override { platform::setCatalogDirectory(""); }
+
+  // Validates a regular file that appears to turn into newType after
+  // `truthful` status queries; records how many queries were made.
+  int validateChangingFile(int truthful, mode_t newType) {
+    const std::string file = dir.write("a.so", "binary");
+    ValidatorCallbackDecorator decorator(&callback);
+    ChangingFile change(file, truthful, newType);
+    const int verdict = decorator.validate(file.c_str(), errorInfo);
+    queries = change.queries();
+    return verdict;
+  }
+
   vell_test::TempDir dir;
+  RecordingCallback callback{vvAccept};
+  Validator::ErrorInfoContainer errorInfo;
+  int queries = 0;
 };
 
 TEST_F(DecoratorRaceTest, FileThatBecomesADirectoryIsRejectedWithoutSeverityOrMessage) {
-  const std::string file = dir.write("a.so", "binary");
-  RecordingCallback callback(vvAccept);
-  ValidatorCallbackDecorator decorator(&callback);
-  Validator::ErrorInfoContainer errorInfo;
   // Present as a regular file for the first two queries, a directory after.
-  ChangingFile change(file, 2, S_IFDIR);
-  EXPECT_EQ(vvReject, decorator.validate(file.c_str(), errorInfo));
-  EXPECT_EQ(3, change.queries());
+  EXPECT_EQ(vvReject, validateChangingFile(2, S_IFDIR));
+  EXPECT_EQ(3, queries);
   EXPECT_EQ(severity_t(2), errorInfo.severity());
   EXPECT_EQ("", errorInfo.message());
   EXPECT_EQ(0, callback.calls.load());
 }
 
 TEST_F(DecoratorRaceTest, FileThatStopsBeingRegularIsRejectedAsNotRegular) {
-  const std::string file = dir.write("a.so", "binary");
-  RecordingCallback callback(vvAccept);
-  ValidatorCallbackDecorator decorator(&callback);
-  Validator::ErrorInfoContainer errorInfo;
   // Regular for the presence and directory checks, a pipe for the third check.
-  ChangingFile change(file, 3, S_IFIFO);
-  EXPECT_EQ(vvReject, decorator.validate(file.c_str(), errorInfo));
-  EXPECT_EQ(4, change.queries());
+  EXPECT_EQ(vvReject, validateChangingFile(3, S_IFIFO));
+  EXPECT_EQ(4, queries);
   EXPECT_EQ(severity_t(0), errorInfo.severity());
   EXPECT_EQ("%FileIsNotRegular", errorInfo.message());
   EXPECT_EQ(0, callback.calls.load());
 }
 
 TEST_F(DecoratorRaceTest, UnchangedFileIsQueriedFourTimesAndReachesTheUserCallback) {
-  const std::string file = dir.write("a.so", "binary");
-  RecordingCallback callback(vvAccept);
-  ValidatorCallbackDecorator decorator(&callback);
-  Validator::ErrorInfoContainer errorInfo;
   // The change would come too late to matter: the stand-in is in effect and
   // the checks ask exactly four times.
-  ChangingFile change(file, 4, S_IFDIR);
-  EXPECT_EQ(vvAccept, decorator.validate(file.c_str(), errorInfo));
-  EXPECT_EQ(4, change.queries());
+  EXPECT_EQ(vvAccept, validateChangingFile(4, S_IFDIR));
+  EXPECT_EQ(4, queries);
   EXPECT_EQ(1, callback.calls.load());
 }
 

@@ -44,10 +44,7 @@ protected:
 
 TEST_F(DecoratorTest, CreateWrapsTheUserCallback) {
   std::string file = dir.write("a.so");
-  RecordingCallback callback(vvReject);
-  callback.setSeverity = true;
-  callback.severity = 1;
-  callback.message = "mine";
+  RecordingCallback callback(vvReject, 1, "mine");
   ObjectPtr<IValidatorCallbackDecorator> decorator = IValidatorCallbackDecorator::create(&callback);
   ASSERT_TRUE(decorator);
   Validator::ErrorInfoContainer errorInfo;

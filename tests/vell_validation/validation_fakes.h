@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vell/results.h"
@@ -54,6 +55,9 @@ public:
 class RecordingCallback : public VELL_2_13::IValidatorCallback {
 public:
   explicit RecordingCallback(int verdict) : verdict(verdict) {}
+  // A callback that also sets its severity and message on every call.
+  RecordingCallback(int verdict, unsigned int severity, std::string message)
+      : verdict(verdict), setSeverity(true), severity(severity), message(std::move(message)) {}
   int validate(const char *fileName, VELL_2_13::IErrorInfoContainer &errorInfo) override {
     ++calls;
     lastName = fileName ? fileName : "";

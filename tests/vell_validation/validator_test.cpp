@@ -163,10 +163,7 @@ TEST_F(ValidatorTest, PolicyTwoRejectsWithNeutralSeverityAndNoMessage) {
 
 TEST_F(ValidatorTest, PolicyTwoKeepsWhatTheCallbackNoted) {
   std::string file = dir.write("a.c");
-  RecordingCallback callback(vvNoDecision);
-  callback.setSeverity = true;
-  callback.severity = 1;
-  callback.message = "note";
+  RecordingCallback callback(vvNoDecision, 1, "note");
   FixedPolicy two(2);
   Validator validator(&callback, two, scSourceFiles, {}, nullptr, "a.c");
   Outcome outcome = run(validator, file, ssSystemDirs);
@@ -190,10 +187,7 @@ TEST_F(ValidatorTest, AcceptedByTheCallbackGivesConfidenceZeroWithoutAskingThePo
 
 TEST_F(ValidatorTest, RejectedByTheCallbackCarriesItsSeverityAndMessage) {
   std::string file = dir.write("a.so");
-  RecordingCallback callback(vvReject);
-  callback.setSeverity = true;
-  callback.severity = 1;
-  callback.message = "wrong build";
+  RecordingCallback callback(vvReject, 1, "wrong build");
   Validator validator(&callback, policy, scBinaryFiles, {}, nullptr, "a.so");
   Outcome outcome = run(validator, file, ssSystemDirs);
   ASSERT_TRUE(outcome.invalid);
