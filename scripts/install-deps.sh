@@ -10,4 +10,8 @@ $SUDO apt-get install -y --no-install-recommends \
   libboost-filesystem-dev libboost-system-dev \
   zlib1g-dev liblog4cplus-dev libssl-dev nlohmann-json3-dev libcli11-dev \
   libgtest-dev libgmock-dev googletest libbenchmark-dev \
-  gzip coreutils findutils strace
+  libelf-dev libdw-dev liblzma-dev liblz4-dev libzstd-dev libbz2-dev liblzo2-dev \
+  libcurl4-openssl-dev libdebuginfod-dev \
+  gzip xz-utils lz4 zstd bzip2 lzop binutils elfutils file \
+  coreutils findutils strace fd-find curl debuginfod libc6-dbg dpkg-dev \
+  clang libclang-rt-14-dev ccache

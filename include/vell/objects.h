@@ -96,20 +96,25 @@ public:
     }
   }
 
-  // Self-assignment is a no-op (checked first).
+  // Self-assignment, or assigning a handle to the same object, is a no-op.
+  // Otherwise the old pointee is released (and the field nulled) before the
+  // new pointee gets its reference. A caller who assigns a handle owned by the
+  // object being released (`p = p->child()`, where `p` holds the last
+  // reference to the parent) must first copy that handle into a local
+  // ObjectPtr: the release may destroy the parent, and with it the child.
   // NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
   ObjectPtr &operator=(const ObjectPtr &other) {
     if (m_ptr == other.m_ptr)
       return *this;
     I *incoming = other.m_ptr;
-    if (incoming)
-      incoming->addRef(); // keeps it alive if the old pointee owns it
     if (m_ptr) {
       I *old = m_ptr;
       m_ptr = nullptr;
       old->release();
     }
     m_ptr = incoming;
+    if (m_ptr)
+      m_ptr->addRef();
     return *this;
   }
   ObjectPtr &operator=(I *ptr) { return *this = ObjectPtr(ptr); }

@@ -107,8 +107,40 @@ TEST(RefCount, AssignmentReleasesOldAndReferencesNew) {
   EXPECT_TRUE(newJournal.empty());
 }
 
-TEST(RefCount, AssignmentKeepsNewObjectAliveWhenOldOwnedIt) {
-  // The old pointee holds the only other handle to the new one.
+// Writes every reference change into a shared journal, tagged with its name.
+class CountingObject : public RefCountImpl<ITestObject> {
+public:
+  CountingObject(std::vector<std::string> *journal, std::string name) : m_journal(journal), m_name(std::move(name)) {}
+  int addRef() override {
+    m_journal->push_back("addRef " + m_name);
+    return RefCountImpl<ITestObject>::addRef();
+  }
+  int release() override {
+    m_journal->push_back("release " + m_name);
+    return RefCountImpl<ITestObject>::release();
+  }
+  int value() const override { return 7; }
+
+private:
+  std::vector<std::string> *m_journal;
+  std::string m_name;
+};
+
+TEST(RefCount, AssignmentReleasesOldBeforeReferencingNew) {
+  std::vector<std::string> journal;
+  ObjectPtr<ITestObject> p(new CountingObject(&journal, "old"));
+  ObjectPtr<ITestObject> q(new CountingObject(&journal, "new"));
+  journal.clear();
+  p = q;
+  EXPECT_EQ(journal, (std::vector<std::string>{"release old", "addRef new"}));
+  journal.clear();
+  q = ObjectPtr<ITestObject>();
+  p = ObjectPtr<ITestObject>();
+}
+
+TEST(RefCount, AssignmentFromHandleOwnedByOldPointeeNeedsLocalCopy) {
+  // The old pointee holds the only other handle to the new one: copying that
+  // handle first keeps the child alive across the parent's release.
   class Owner : public RefCountImpl<ITestObject> {
   public:
     explicit Owner(ObjectPtr<ITestObject> child) : m_child(child) {}
@@ -119,7 +151,9 @@ TEST(RefCount, AssignmentKeepsNewObjectAliveWhenOldOwnedIt) {
   ObjectPtr<ITestObject> child = makeObject(&journal);
   ObjectPtr<ITestObject> holder(new Owner(child));
   child = ObjectPtr<ITestObject>();
-  holder = static_cast<Owner *>(holder.get())->m_child;
+  ObjectPtr<ITestObject> keep = static_cast<Owner *>(holder.get())->m_child;
+  holder = keep;
+  keep = ObjectPtr<ITestObject>();
   EXPECT_TRUE(journal.empty());
   EXPECT_EQ(holder->value(), 42);
   EXPECT_EQ(countOf(holder), 1);
