@@ -4,7 +4,9 @@
 # and a ThreadSanitizer build (VELL_TEST_TSAN=0 leaves the last out). Then
 # installs the library into a scratch prefix, builds the example host program
 # against it with find_package(vell) and runs the tool tests against the
-# installed tool.
+# installed tool. Last, builds the Debian packages with cpack, installs them
+# with dpkg -i, builds the example against them with CMake and pkg-config, runs
+# it and the installed tool, and removes the packages again.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -48,4 +50,45 @@ LD_LIBRARY_PATH="$prefix/lib:$prefix/lib/$(gcc -print-multiarch 2>/dev/null || t
   "$out/example/vell_example" /bin/sh
 echo "=== the tool tests again, against the installed tool"
 VELL_TEST_TOOL="$prefix/bin/vell" "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
+
+echo "=== a moved installation: vell.pc and the library's catalogs follow it"
+moved=$out/moved-install
+rm -rf "$moved" && cp -a "$prefix" "$moved"
+pc_dir=$(dirname "$(find "$moved" -name vell.pc | head -n 1)")
+[ "$(realpath "$(PKG_CONFIG_PATH=$pc_dir pkg-config --variable=prefix vell)")" = "$(realpath "$moved")" ]
+# shellcheck disable=SC2046  # pkg-config's flags are separate words
+g++ -std=c++20 -o "$out/example-moved" "$root/examples/find_file.cpp" $(PKG_CONFIG_PATH=$pc_dir pkg-config --cflags --libs vell)
+rm -rf "$out/not-a-file" && mkdir -p "$out/not-a-file"
+# A directory given as the binary is rejected with a message from the catalogs
+# beside the moved library, never with a bare message id.
+message=$(LD_LIBRARY_PATH=$(dirname "$(find "$moved" -name 'libvell.so.*' | head -n 1)") \
+  "$out/example-moved" "$out/not-a-file" || true)
+echo "$message"
+echo "$message" | grep -q "rejected $out/not-a-file (" && ! echo "$message" | grep -q "(%"
+
+if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -eq 0 ]; then
+  echo "=== Debian packages: cpack, dpkg -i, the example against the installed packages"
+  rm -f "$out/normal"/*.deb
+  (cd "$out/normal" && cpack -G DEB >"$out/cpack.log")
+  for deb in "$out/normal"/*.deb; do
+    echo "--- $(basename "$deb")"
+    dpkg-deb --field "$deb" Package Version Depends
+  done
+  remove_packages() { dpkg -r vell libvell-dev libvell2 >/dev/null 2>&1 || true; }
+  trap remove_packages EXIT
+  dpkg -i "$out/normal"/*.deb
+  cmake -S "$root/examples" -B "$out/example-deb" -DCMAKE_BUILD_TYPE=Release >"$out/example-deb.configure.log"
+  cmake --build "$out/example-deb" -j"$jobs"
+  "$out/example-deb/vell_example" /bin/sh
+  # shellcheck disable=SC2046
+  g++ -std=c++20 -o "$out/example-deb-pc" "$root/examples/find_file.cpp" $(pkg-config --cflags --libs vell)
+  message=$("$out/example-deb-pc" "$out/not-a-file" || true)
+  echo "$message"
+  echo "$message" | grep -q "rejected $out/not-a-file (" && ! echo "$message" | grep -q "(%"
+  /usr/bin/vell find bin /bin/sh
+  [ -f /usr/share/man/man1/vell.1 ] || [ -f /usr/share/man/man1/vell.1.gz ]
+  VELL_TEST_TOOL=/usr/bin/vell "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
+  remove_packages
+  trap - EXIT
+fi
 echo "=== all test runs passed"

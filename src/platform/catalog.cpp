@@ -10,6 +10,9 @@
 
 #include "vell/platform.h"
 
+#include "platform/library_location.h"
+#include "vell/library_catalogs.h"
+
 namespace VELL_2_13 {
 namespace platform {
 
@@ -21,6 +24,7 @@ const char *const kDefaultLanguage = "en";
 // null entry remembers that a catalog is unavailable.
 struct CatalogService {
   std::mutex mutex;
+  bool configured = false; // the host chose the directory
   std::string directory;
   std::string language = kDefaultLanguage;
   std::map<std::string, std::shared_ptr<const Catalog>> loaded;
@@ -47,7 +51,17 @@ std::shared_ptr<const Catalog> loadCatalog(const std::string &path) {
   return catalog;
 }
 
+// The catalogs installed with the library: share/vell/catalogs of the prefix
+// the shared library lies in. Looked up once.
+const std::string &installedDirectory() {
+  static const std::string directory =
+      existingDirectoryBeside(loadedLibraryFile(), VELL_CATALOG_DIR_FROM_LIBDIR);
+  return directory;
+}
+
 } // namespace
+
+std::string libraryCatalogDirectory() { return installedDirectory(); }
 
 std::string Message::asText(const MessageArguments &arguments) const {
   std::string text;
@@ -92,6 +106,7 @@ Message Catalog::message(const std::string &id) const {
 void setCatalogDirectory(const std::string &directory) {
   CatalogService &s = service();
   std::lock_guard<std::mutex> guard(s.mutex);
+  s.configured = true;
   s.directory = directory;
   s.loaded.clear();
 }
@@ -106,12 +121,13 @@ void setCatalogLanguage(const std::string &language) {
 std::shared_ptr<const Catalog> getMessageCatalog(const std::string &name) {
   CatalogService &s = service();
   std::lock_guard<std::mutex> guard(s.mutex);
-  if (s.directory.empty() || name.empty())
+  const std::string &directory = s.configured ? s.directory : installedDirectory();
+  if (directory.empty() || name.empty())
     return nullptr;
   auto found = s.loaded.find(name);
   if (found != s.loaded.end())
     return found->second;
-  std::shared_ptr<const Catalog> catalog = loadCatalog(s.directory + "/" + name + "." + s.language + ".json");
+  std::shared_ptr<const Catalog> catalog = loadCatalog(directory + "/" + name + "." + s.language + ".json");
   s.loaded.emplace(name, catalog);
   return catalog;
 }
