@@ -13,6 +13,7 @@
 
 #include "categories.h"
 #include "file_checks.h"
+#include "json_writer.h"
 #include "search_contexts.h"
 #include "tool_error.h"
 
@@ -89,12 +90,13 @@ int runArchive(const GlobalOptions &global, const ArchiveOptions &options) {
   std::string path = archived ? archivedPath(resultDir, file, category) : "";
 
   if (global.json) {
-    json out{{"file", file},
-             {"category", categoryName(category)},
-             {"status", status},
-             {"statusText", statusText(status)},
-             {"path", archived ? json(path) : json(nullptr)}};
-    std::cout << out.dump(2) << "\n";
+    nlohmann::json out{{"category", categoryName(category)}, {"status", status}, {"statusText", statusText(status)}};
+    putText(out, "file", file);
+    if (archived)
+      putText(out, "path", path);
+    else
+      out["path"] = nullptr;
+    std::cout << documentText(out) << "\n";
   } else {
     std::cout << "status: " << status << " (" << statusText(status) << ")\n";
     if (archived)

@@ -12,6 +12,8 @@
 #include "vell/search_env.h"
 
 #include "categories.h"
+#include "dir_warnings.h"
+#include "json_writer.h"
 #include "file_checks.h"
 #include "tool_error.h"
 #include "user_config.h"
@@ -106,10 +108,14 @@ int runDirsAdd(const GlobalOptions &global, const std::vector<std::string> &spec
   createConfigDirectory(path);
 
   UserSearchDirs userDirs = openUserSearchDirs(path);
+  // Which of the directories were there before: those are not "added".
+  std::vector<bool> present;
   {
     // Held across every addition, so that a concurrent writer neither
     // interleaves with us nor loses its own directories.
     std::unique_ptr<platform::IStorageLock> lock = userDirs.storage->lockForUpdate();
+    for (const SearchDirSpec &spec : parsed)
+      present.push_back(stored(*userDirs.dirs, spec.category, spec.directory));
     for (const SearchDirSpec &spec : parsed)
       userDirs.dirs->addDirectory(spec.category, spec.directory.c_str(), spec.recursive, spec.highPriority);
     for (const SearchDirSpec &spec : parsed)
@@ -117,19 +123,19 @@ int runDirsAdd(const GlobalOptions &global, const std::vector<std::string> &spec
         throw notWritten(path);
   }
 
-  for (const SearchDirSpec &spec : parsed) {
-    std::error_code error;
-    if (!fs::is_directory(spec.directory, error))
-      std::cerr << "vell: warning: directory '" << spec.directory << "' does not exist (added anyway)\n";
-  }
+  for (const SearchDirSpec &spec : parsed)
+    warnUnusableDirectory("", spec.directory, " (added anyway)");
   if (global.json) {
-    json out{{"config", path}, {"added", json::array()}};
-    for (const SearchDirSpec &spec : parsed)
-      out["added"].push_back(commandLineForm(spec));
-    std::cout << out.dump(2) << "\n";
+    json out = json::object();
+    putText(out, "config", path);
+    out["added"] = json::array();
+    out["present"] = json::array();
+    for (size_t i = 0; i < parsed.size(); ++i)
+      out[present[i] ? "present" : "added"].push_back(textArrayElement(commandLineForm(parsed[i])));
+    std::cout << documentText(out) << "\n";
   } else {
-    for (const SearchDirSpec &spec : parsed)
-      std::cout << "added: " << commandLineForm(spec) << "\n";
+    for (size_t i = 0; i < parsed.size(); ++i)
+      std::cout << (present[i] ? "already present: " : "added: ") << commandLineForm(parsed[i]) << "\n";
   }
   return kExitSuccess;
 }
@@ -137,7 +143,9 @@ int runDirsAdd(const GlobalOptions &global, const std::vector<std::string> &spec
 int runDirsList(const GlobalOptions &global) {
   std::string path = checkedConfigPath(global);
   UserSearchDirs userDirs = openUserSearchDirs(path);
-  json out{{"config", path}, {"directories", json::array()}};
+  json out = json::object();
+  putText(out, "config", path);
+  out["directories"] = json::array();
   for (search_category_t category : kCategories) {
     ObjectPtr<ISearchDirIterator> dirs = userDirs.dirs->enumerate(category);
     if (!dirs)
@@ -150,20 +158,19 @@ int runDirsList(const GlobalOptions &global) {
     bool recursive = false;
     bool highPriority = false;
     while (dirs->getCurrentRecord(name, recursive, highPriority) && !spec.atEnd()) {
-      if (global.json)
-        out["directories"].push_back({{"category", categoryName(category)},
-                                      {"directory", name},
-                                      {"recursive", recursive},
-                                      {"highPriority", highPriority},
-                                      {"spec", *spec}});
-      else
+      if (global.json) {
+        json entry{{"category", categoryName(category)}, {"recursive", recursive}, {"highPriority", highPriority}};
+        putText(entry, "directory", name ? name : "");
+        putText(entry, "spec", *spec);
+        out["directories"].push_back(entry);
+      } else
         std::cout << *spec << "\n";
       ++spec;
       dirs->next();
     }
   }
   if (global.json)
-    std::cout << out.dump(2) << "\n";
+    std::cout << documentText(out) << "\n";
   return kExitSuccess;
 }
 
@@ -187,10 +194,12 @@ int runDirsClear(const GlobalOptions &global, const std::vector<std::string> &ca
         throw notWritten(path);
   }
   if (global.json) {
-    json out{{"config", path}, {"cleared", json::array()}};
+    json out = json::object();
+    putText(out, "config", path);
+    out["cleared"] = json::array();
     for (search_category_t category : parsed)
       out["cleared"].push_back(categoryName(category));
-    std::cout << out.dump(2) << "\n";
+    std::cout << documentText(out) << "\n";
   } else {
     for (search_category_t category : parsed)
       std::cout << "cleared: " << categoryName(category) << "\n";

@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include "vell/context.h"
 #include "vell/file_search.h"
@@ -15,8 +16,11 @@
 #include "vell/validation.h"
 
 #include "categories.h"
+#include "dir_warnings.h"
 #include "file_checks.h"
 #include "find_report.h"
+#include "progress_line.h"
+#include "search_activity.h"
 #include "search_callbacks.h"
 #include "search_contexts.h"
 #include "step_tracker.h"
@@ -24,6 +28,7 @@
 #include "tool_error.h"
 #include "user_config.h"
 #include "validators.h"
+#include "verbose_report.h"
 
 using namespace VELL_2_13;
 
@@ -72,11 +77,12 @@ ObjectPtr<IChecksum> parseChecksum(const std::string &text) {
   return IChecksumCalculator::create()->fromString(type, digits.c_str());
 }
 
-template <class T> T parseNumber(const char *option, const std::string &text) {
+// A count of seconds or bytes: a whole number, 0 or more, in range of T.
+template <class T> T parseCount(const char *option, const std::string &text) {
   T value{};
   auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size())
-    throw BadInput(std::string(option) + ": '" + text + "' is not a whole number");
+  if (text.empty() || text[0] == '-' || error != std::errc() || end != text.data() + text.size())
+    throw BadInput(std::string(option) + ": '" + text + "' is not a whole number of 0 or more");
   return value;
 }
 
@@ -133,11 +139,11 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     request.checksum = parseChecksum(options.checksum);
   if (!options.mtime.empty()) {
     requireSourceSearch(request.category, "--mtime");
-    request.mtime = parseNumber<int64_t>("--mtime", options.mtime);
+    request.mtime = parseCount<int64_t>("--mtime", options.mtime);
   }
   if (!options.size.empty()) {
     requireSourceSearch(request.category, "--size");
-    request.size = parseNumber<uint64_t>("--size", options.size);
+    request.size = parseCount<uint64_t>("--size", options.size);
   }
   if (options.notNewerThanBinary) {
     requireSourceSearch(request.category, "--not-newer-than-binary");
@@ -160,6 +166,10 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     spec.directory = absolutePath(spec.directory);
     request.dirs.push_back(spec);
   }
+  // A directory that cannot be searched is not an error (the search goes on
+  // without it), but the user should know.
+  for (const SearchDirSpec &spec : request.dirs)
+    warnUnusableDirectory("--dir: ", spec.directory);
   if (!options.archive.empty()) {
     requireDirectory("--archive", options.archive);
     request.archive = absolutePath(options.archive);
@@ -246,6 +256,11 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
 
   // Everything the search refers to outlives the contexts and the search.
   StepTracker tracker;
+  const bool verbose = global.verbosity >= 1;
+  const bool trackSteps = options.explain || verbose;
+  ProgressLine progress(STDERR_FILENO, progressDelay());
+  SearchActivity activity(&progress);
+  tracker.setListener([&activity](search_step_t step) { activity.stepEntered(step); });
   RequestedChecks checks;
   buildChecks(request, options, checks);
   RecordingValidator recorder(checks.callback(), tracker);
@@ -271,20 +286,22 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
     mgr.registerCacheDir(commandLine, request.cache.c_str());
   mgr.registerEnvironmentInfo(commandLine, CLIENT_ID, environmentInfo(request.kernelRelease));
   ObjectPtr<ISearchStepsConfigurator> steps = request.steps;
-  if (options.explain)
+  if (trackSteps)
     steps = ObjectPtr<ISearchStepsConfigurator>(new TrackingStepsConfigurator(request.steps, tracker));
   mgr.registerSearchStepsConfigurator(commandLine, CLIENT_ID, steps);
   if (options.all)
     mgr.registerFilesFoundCallback(commandLine, CLIENT_ID, &allFiles);
-  if (options.explain)
+  if (trackSteps)
     mgr.registerNoFilesFoundCallback(commandLine, CLIENT_ID, &rejections);
 
   ObjectPtr<IFileSearch> fileSearch =
       mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
-  IValidatorCallback *validator = options.explain ? &recorder : checks.callback();
+  IValidatorCallback *validator = trackSteps ? &recorder : checks.callback();
   ObjectPtr<IValidFile> found = search(*fileSearch, request, options, validator);
+  activity.finish();
+  progress.stop();
 
   FindReport report;
   report.category = request.category;
@@ -294,8 +311,11 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   report.explain = options.explain;
   if (options.all)
     report.files = allFiles.files();
-  if (options.explain)
+  if (trackSteps)
     report.setRejections(rejections.rejected(), recorder.rejections());
+  report.unreadable = activity.unreadableDirectories();
+  if (verbose)
+    printStepSummary(std::cerr, activity, report.rejected, found);
   printFindReport(report, global.json);
   return found ? kExitSuccess : kExitNotFound;
 }

@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include "categories.h"
+#include "json_writer.h"
+#include "tool_output.h"
 
 using namespace VELL_2_13;
 using nlohmann::json;
@@ -28,25 +30,44 @@ bool listed(const std::vector<Rejection> &rejected, const std::string &path) {
 }
 
 json fileJson(const ObjectPtr<IValidFile> &file) {
-  return json{{"path", file->name()}, {"confidence", file->confidence()}, {"step", dump(file->searchStep())}};
+  json out{{"confidence", file->confidence()},
+           {"confidenceText", confidenceWord(file->confidence())},
+           {"step", dump(file->searchStep())}};
+  putText(out, "path", file->name());
+  return out;
 }
 
 json rejectionJson(const Rejection &rejection) {
-  return json{{"path", rejection.path},
-              {"step", dump(rejection.step)},
-              {"severity", rejection.severity},
-              {"message", rejection.message}};
+  json out{{"step", dump(rejection.step)}, {"severity", rejection.severity}};
+  putText(out, "path", rejection.path);
+  putText(out, "message", rejection.message);
+  return out;
+}
+
+json unreadableJson(const UnreadableDirectory &dir) {
+  json out{{"step", dump(dir.step)}};
+  putText(out, "path", dir.path);
+  out["reason"] = dir.reason;
+  return out;
+}
+
+// "1 (probable)": the level and what it means.
+std::string confidenceText(unsigned confidence) {
+  return std::to_string(confidence) + " (" + confidenceWord(confidence) + ")";
 }
 
 void printJson(const FindReport &report) {
-  json out{{"name", report.name}, {"category", categoryName(report.category)}, {"found", bool(report.found)}};
+  json out{{"category", categoryName(report.category)}, {"found", bool(report.found)}};
+  putText(out, "name", report.name);
   if (report.found) {
-    out["path"] = report.found->name();
+    putText(out, "path", report.found->name());
     out["confidence"] = report.found->confidence();
+    out["confidenceText"] = confidenceWord(report.found->confidence());
     out["step"] = dump(report.found->searchStep());
   } else {
     out["path"] = nullptr;
     out["confidence"] = nullptr;
+    out["confidenceText"] = nullptr;
     out["step"] = nullptr;
   }
   if (report.listAll) {
@@ -61,14 +82,17 @@ void printJson(const FindReport &report) {
     // Without a result the search reports every rejection; with one, only
     // those of the requested checks can be seen.
     out["rejectedComplete"] = !report.found;
+    out["unreadableDirectories"] = json::array();
+    for (const UnreadableDirectory &dir : report.unreadable)
+      out["unreadableDirectories"].push_back(unreadableJson(dir));
   }
-  std::cout << out.dump(2) << "\n";
+  std::cout << documentText(out) << "\n";
 }
 
 void printText(const FindReport &report) {
   if (report.found) {
     std::cout << "path: " << report.found->name() << "\n"
-              << "confidence: " << report.found->confidence() << "\n"
+              << "confidence: " << confidenceText(report.found->confidence()) << "\n"
               << "step: " << dump(report.found->searchStep()) << "\n";
   } else {
     std::cout << "not found: " << report.name << "\n";
@@ -76,7 +100,7 @@ void printText(const FindReport &report) {
   if (report.listAll) {
     std::cout << "valid files: " << report.files.size() << "\n";
     for (const auto &file : report.files)
-      std::cout << "  " << file->name() << " (confidence " << file->confidence() << ", step "
+      std::cout << "  " << file->name() << " (confidence " << confidenceText(file->confidence()) << ", step "
                 << dump(file->searchStep()) << ")\n";
   }
   if (report.explain) {
@@ -86,6 +110,11 @@ void printText(const FindReport &report) {
     for (const Rejection &rejection : report.rejected)
       std::cout << "  " << rejection.path << " (step " << dump(rejection.step) << ", severity "
                 << rejection.severity << "): " << rejection.message << "\n";
+    if (!report.unreadable.empty()) {
+      std::cout << "directories that could not be read: " << report.unreadable.size() << "\n";
+      for (const UnreadableDirectory &dir : report.unreadable)
+        std::cout << "  " << dir.path << " (step " << dump(dir.step) << "): " << dir.reason << "\n";
+    }
   }
 }
 

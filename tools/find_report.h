@@ -7,6 +7,7 @@
 
 #include "vell/results.h"
 
+#include "search_activity.h"
 #include "validators.h"
 
 namespace vell_tool {
@@ -19,6 +20,8 @@ struct FindReport {
   std::vector<VELL_2_13::ObjectPtr<VELL_2_13::IValidFile>> files;
   bool explain = false;
   std::vector<Rejection> rejected;
+  // Directories a recursive walk could not read (shown with explain).
+  std::vector<UnreadableDirectory> unreadable;
 
   // The search's own rejections (complete, but only reported when nothing was
   // found) first, then those the tool's checks saw that are not among them.

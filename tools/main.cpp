@@ -16,6 +16,8 @@
 #include "find_command.h"
 #include "global_options.h"
 #include "steps_option.h"
+#include "tool_language.h"
+#include "tool_output.h"
 #include "tool_error.h"
 
 using namespace VELL_2_13;
@@ -92,21 +94,26 @@ std::vector<std::string> joinStepsValues(int argc, char **argv) {
   return joined;
 }
 
+// -v is the tool's own summary plus the library's faults; -vv adds the
+// library's full trace, candidate by candidate.
 platform::LogLevel logLevel(int verbosity) {
   if (verbosity >= 2)
     return platform::LogLevel::Trace;
   if (verbosity == 1)
-    return platform::LogLevel::Info;
+    return platform::LogLevel::Error;
   return platform::LogLevel::Off;
 }
 
 void configureLibrary(const GlobalOptions &global) {
   platform::configureLoggingToStderr(logLevel(global.verbosity));
   std::string catalogs = locateCatalogDirectory(global.catalogs);
-  if (!global.language.empty())
-    checkCatalogLanguage(catalogs, global.language);
+  std::string language = global.language;
+  if (!language.empty())
+    checkCatalogLanguage(catalogs, language);
+  else
+    language = languageFromLocale(catalogs);
   platform::setCatalogDirectory(catalogs);
-  platform::setCatalogLanguage(global.language.empty() ? "en" : global.language);
+  platform::setCatalogLanguage(language.empty() ? "en" : language);
 }
 
 // Each occurrence of a repeatable option takes exactly one value.
@@ -126,6 +133,31 @@ void rejectEmptyValues(const CLI::App &command) {
     rejectEmptyValues(*subcommand);
 }
 
+// The first word of the command line that is neither an option nor the value
+// of a global option names the command; CLI11 would only say that a command is
+// required. Returns the message for an unknown one, or empty.
+std::string unknownCommand(const CLI::App &app, const std::vector<std::string> &args) {
+  for (size_t i = 1; i < args.size(); ++i) {
+    const std::string &arg = args[i];
+    if (arg == "--")
+      return std::string();
+    if (arg == "--lang" || arg == "--catalogs" || arg == "--config") {
+      ++i; // its value
+      continue;
+    }
+    if (!arg.empty() && arg[0] == '-')
+      continue;
+    std::string commands;
+    for (const CLI::App *command : app.get_subcommands({})) {
+      if (command->get_name() == arg)
+        return std::string();
+      commands += (commands.empty() ? "" : ", ") + command->get_name();
+    }
+    return "unknown command '" + arg + "'; the commands are " + commands + " (see vell --help)";
+  }
+  return std::string();
+}
+
 } // namespace
 
 namespace {
@@ -139,10 +171,15 @@ int runTool(int argc, char **argv) {
 
   GlobalOptions global;
   app.add_flag("-v,--verbose", global.verbosity,
-               "Print the library's log on standard error: -v information, -vv trace lines");
-  app.add_flag("--json", global.json, "Machine-readable output (JSON on standard output)");
+               "On standard error: -v per search step what was tried, how many candidates, the "
+               "rejections and why, and the time taken (and the library's errors); -vv also the "
+               "library's full trace");
+  app.add_flag("--json", global.json,
+               "Machine-readable output: one JSON document on standard output, errors included "
+               "({\"error\": ..., \"status\": ...}); see the README for the encoding of file names");
   app.add_option("--lang", global.language,
-                 "Language of the validation messages (en, de, ...); English by default")
+                 "Language of the validation messages (en, de, ...); by default the language of the "
+                 "locale (LC_ALL, LC_MESSAGES, LANG) when there are catalogs for it, else English")
       ->type_name("LANG");
   app.add_option("--catalogs", global.catalogs, "Directory of the message catalogs")->type_name("DIR");
   app.add_option("--config", global.config, "File holding the user's own search directories")
@@ -268,6 +305,10 @@ int runTool(int argc, char **argv) {
   extractCommand->add_option("output", output, "The file to write")->type_name("OUTPUT")->required();
 
   std::vector<std::string> args = joinStepsValues(argc, argv);
+  const bool json = jsonRequested(args);
+  const std::string unknown = unknownCommand(app, args);
+  if (!unknown.empty())
+    return reportError(json, kExitBadInput, unknown);
   std::vector<char *> pointers;
   pointers.reserve(args.size());
   for (std::string &arg : args)
@@ -279,8 +320,7 @@ int runTool(int argc, char **argv) {
   } catch (const CLI::CallForAllHelp &e) {
     return app.exit(e);
   } catch (const CLI::ParseError &e) {
-    std::cerr << "vell: " << e.what() << " (see vell --help)\n";
-    return kExitBadInput;
+    return reportError(json, kExitBadInput, std::string(e.what()) + " (see vell --help)");
   }
 
   try {
@@ -301,13 +341,11 @@ int runTool(int argc, char **argv) {
     if (extractCommand->parsed())
       return runExtractKernel(global, compressed, output);
   } catch (const BadInput &e) {
-    std::cerr << "vell: " << e.what() << "\n";
-    return kExitBadInput;
+    return reportError(json, kExitBadInput, e.what());
   } catch (const std::exception &e) {
-    std::cerr << "vell: " << e.what() << "\n";
-    return kExitNotFound;
+    return reportError(json, kExitNotFound, e.what());
   }
-  return kExitBadInput;
+  return reportError(json, kExitBadInput, "no command given (see vell --help)");
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 // configurator that wraps the one deciding which steps run.
 #pragma once
 
+#include <functional>
+
 #include "vell/objects.h"
 #include "vell/search_steps.h"
 
@@ -12,10 +14,17 @@ namespace vell_tool {
 class StepTracker {
 public:
   VELL_2_13::search_step_t current() const { return m_current; }
-  void set(VELL_2_13::search_step_t step) { m_current = step; }
+  void set(VELL_2_13::search_step_t step) {
+    if (m_listener)
+      m_listener(step);
+    m_current = step;
+  }
+  // Told every step the search reports, repeated reports of the same step included.
+  void setListener(std::function<void(VELL_2_13::search_step_t)> listener) { m_listener = std::move(listener); }
 
 private:
   VELL_2_13::search_step_t m_current = VELL_2_13::ssAskUser;
+  std::function<void(VELL_2_13::search_step_t)> m_listener;
 };
 
 // Hands out the inner configurator's steps unchanged and tells the tracker

@@ -15,6 +15,8 @@
 
 #include <boost/filesystem/path.hpp>
 
+#include "vell_search/search_observer.h"
+
 namespace VELL_2_13 {
 
 namespace {
@@ -156,6 +158,9 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
       m_visitedDirectories.end())
     return false;
   m_visitedDirectories.push_back(inode);
+  ISearchObserver *observer = searchObserver();
+  if (observer && S_ISDIR(st.st_mode))
+    observer->directoryWalked(dir.c_str());
 
   // The one candidate of this directory: the name right under it.
   boost::filesystem::path candidate(dir);
@@ -166,8 +171,12 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
   if (!S_ISDIR(st.st_mode))
     return false;
   std::vector<std::string> subdirectories;
-  if (!listSubdirectories(dir, subdirectories))
+  if (!listSubdirectories(dir, subdirectories)) {
+    const int error = errno;
+    if (observer)
+      observer->directoryUnreadable(dir.c_str(), error);
     return false;
+  }
   for (const std::string &subdirectory : subdirectories) {
     if (findRecursively(subdirectory, fileName, container))
       return true;

@@ -8,6 +8,7 @@
 #include "vell/file_search.h"
 #include "vell/platform.h"
 #include "vell/validation.h"
+#include "vell_search/search_observer.h"
 
 namespace VELL_2_13 {
 
@@ -92,7 +93,10 @@ bool FoundFilesLazyIterator::runStep(search_step_t step) {
 
 bool FoundFilesLazyIterator::validateAndAdd(const char *path, unsigned int searchStep) {
   std::string candidate = path ? path : "";
-  if (!utils::fileExists(candidate.c_str())) {
+  const bool exists = utils::fileExists(candidate.c_str());
+  if (ISearchObserver *observer = searchObserver())
+    observer->candidateTried(candidate.c_str(), searchStep, exists);
+  if (!exists) {
     VELL_LOG_INFO("*** DO__NOT__EXIST " << candidate);
     return false;
   }

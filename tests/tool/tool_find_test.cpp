@@ -31,7 +31,9 @@ std::string readFile(const std::string &path) {
 }
 
 std::vector<std::string> foundLines(const std::string &path, int confidence, const std::string &step) {
-  return {"path: " + path, "confidence: " + std::to_string(confidence), "step: " + step};
+  const char *const words[] = {"confirmed", "probable", "possible"};
+  return {"path: " + path, "confidence: " + std::to_string(confidence) + " (" + words[confidence] + ")",
+          "step: " + step};
 }
 
 json parse(const ToolResult &result) { return json::parse(result.out); }
@@ -85,8 +87,8 @@ TEST(ToolFindTest, AllListsEveryValidFileAndAnswersTheFirst) {
   // A step ends at its first valid file; --all goes on with the later steps.
   std::vector<std::string> expected = foundLines(tree.beside, 1, "ssAroundBinaryLookup");
   expected.push_back("valid files: 2");
-  expected.push_back("  " + tree.beside + " (confidence 1, step ssAroundBinaryLookup)");
-  expected.push_back("  " + inTree + " (confidence 1, step ssLowPrioritySearchDirs)");
+  expected.push_back("  " + tree.beside + " (confidence 1 (probable), step ssAroundBinaryLookup)");
+  expected.push_back("  " + inTree + " (confidence 1 (probable), step ssLowPrioritySearchDirs)");
   EXPECT_EQ(expected, lines(result.out));
 }
 
