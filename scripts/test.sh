@@ -4,7 +4,8 @@
 # and a ThreadSanitizer build (VELL_TEST_TSAN=0 leaves the last out). Then
 # installs the library into a scratch prefix, builds the example host program
 # against it with find_package(vell) and runs the tool tests against the
-# installed tool.
+# installed tool. Last, every libFuzzer harness of fuzz/ runs for
+# VELL_FUZZ_SECONDS (default 30) seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -48,4 +49,6 @@ LD_LIBRARY_PATH="$prefix/lib:$prefix/lib/$(gcc -print-multiarch 2>/dev/null || t
   "$out/example/vell_example" /bin/sh
 echo "=== the tool tests again, against the installed tool"
 VELL_TEST_TOOL="$prefix/bin/vell" "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
+echo "=== every fuzzer for a bounded time on its seed corpus"
+VELL_FUZZ_BUILD="$out/fuzz" VELL_FUZZ_SECONDS=${VELL_FUZZ_SECONDS:-30} bash "$root/scripts/fuzz.sh"
 echo "=== all test runs passed"
