@@ -47,7 +47,9 @@ int main(int argc, char **argv) {
     dirs->addDirectory(scAllFiles, argv[2], true, true);
   manager->registerSearchDirs(*user, dirs, "example dirs");
 
-  ExplainNoFiles explain;
+  // SafeCallback disconnects the library from the callback before its own
+  // destructor runs, so a search on another thread never enters a half-destroyed object.
+  SafeCallback<ExplainNoFiles> explain;
   manager->registerNoFilesFoundCallback(*user, clientId, &explain);
 
   ObjectPtr<IFileSearch> search = manager->createFileSearch(*user, clientId, ObjectPtr<IEnvironmentInfo>());

@@ -7,17 +7,24 @@ cd "$(dirname "$0")/.."
 root=$(pwd)
 out=${VELL_FUZZ_BUILD:-$root/build-fuzz}
 seconds=${VELL_FUZZ_SECONDS:-60}
+mkdir -p "$(dirname "$out")"
 CC=clang CXX=clang++ cmake -S "$root" -B "$out" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_BUILD_FUZZ=ON \
   -DVELL_BUILD_TESTS=OFF -DVELL_BUILD_TOOL=OFF >"$out.configure.log" 2>&1 || { cat "$out.configure.log"; exit 1; }
 names=("$@")
 if [ ${#names[@]} -eq 0 ]; then
-  for f in "$root"/fuzz/*_fuzzer.cpp; do names+=("$(basename "$f" .cpp)"); done
+  for f in "$root"/fuzz/*_fuzzer.cpp; do
+    [ -e "$f" ] && names+=("$(basename "$f" .cpp)")
+  done
+fi
+if [ ${#names[@]} -eq 0 ]; then
+  echo "=== no fuzzers in fuzz/"
+  exit 0
 fi
 cmake --build "$out" -j"$(nproc)" --target "${names[@]}"
 for name in "${names[@]}"; do
   corpus=$root/fuzz/corpus/${name%_fuzzer}
   work=$out/corpus/${name%_fuzzer}
-  mkdir -p "$work"
+  mkdir -p "$work" "$corpus"
   echo "=== $name for ${seconds}s"
   (cd "$out" && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     "$out/fuzz/$name" -max_total_time="$seconds" -print_final_stats=1 -rss_limit_mb=2048 "$work" "$corpus")

@@ -4,9 +4,10 @@
 # and a ThreadSanitizer build (VELL_TEST_TSAN=0 leaves the last out). Then
 # installs the library into a scratch prefix, builds the example host program
 # against it with find_package(vell) and runs the tool tests against the
-# installed tool. Last, builds the Debian packages with cpack, installs them
+# installed tool. Then builds the Debian packages with cpack, installs them
 # with dpkg -i, builds the example against them with CMake and pkg-config, runs
-# it and the installed tool, and removes the packages again.
+# it and the installed tool, and removes the packages again. Last, every
+# libFuzzer harness of fuzz/ runs for VELL_FUZZ_SECONDS (default 30) seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -91,4 +92,6 @@ if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -
   remove_packages
   trap - EXIT
 fi
+echo "=== every fuzzer for a bounded time on its seed corpus"
+VELL_FUZZ_BUILD="$out/fuzz" VELL_FUZZ_SECONDS=${VELL_FUZZ_SECONDS:-30} bash "$root/scripts/fuzz.sh"
 echo "=== all test runs passed"

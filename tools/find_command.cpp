@@ -9,6 +9,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include "vell/callback_lifetime.h"
 #include "vell/context.h"
 #include "vell/file_search.h"
 #include "vell/platform.h"
@@ -264,8 +265,9 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   RequestedChecks checks;
   buildChecks(request, options, checks);
   RecordingValidator recorder(checks.callback(), tracker);
-  AllFilesCollector allFiles;
-  RejectionCollector rejections;
+  // Disconnected before their own destructors run (see vell/callback_lifetime.h).
+  SafeCallback<AllFilesCollector> allFiles;
+  SafeCallback<RejectionCollector> rejections;
 
   UserSearchDirs userDirs;
   if (!request.configPath.empty())

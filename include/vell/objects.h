@@ -280,16 +280,23 @@ private:
 
 // Keeps a non-owning pointer to a host callback and forgets it when the
 // callback's generator goes away.
+//
+// Attaching and detaching hold the generator's lock shared: the callback's
+// destruction takes that lock exclusively before it disconnects its holders,
+// so while a holder is attaching or detaching the generator is still whole,
+// and once it is gone the holder finds its callback already forgotten. Both
+// sides take the generator's lock before its handler registry, never the other
+// way round.
 template <class T> class CallbackHolder : public IEventHandler {
 public:
   CallbackHolder() : m_callback(nullptr) {}
   explicit CallbackHolder(T *callback) : m_callback(nullptr) { set(callback); }
-  CallbackHolder(const CallbackHolder &other) : IEventHandler(), m_callback(nullptr) {
-    set(other.callbackUnlocked());
-  }
+  CallbackHolder(const CallbackHolder &other) : IEventHandler(), m_callback(nullptr) { copyFrom(other); }
   CallbackHolder &operator=(const CallbackHolder &other) {
-    if (this != &other)
-      set(other.callbackUnlocked());
+    if (this != &other) {
+      detach();
+      copyFrom(other);
+    }
     return *this;
   }
   ~CallbackHolder() override { detach(); }
@@ -306,9 +313,7 @@ public:
     if (!callback)
       return;
     EventGenerator *generator = callback;
-    generator->eventGeneratorImpl()->addHandler(this);
-    m_lock = generator->getLock();
-    m_callback.store(callback);
+    attach(callback, generator->eventGeneratorImpl(), generator->getLock());
   }
 
   // The callback as read without the lock: a cheap test for "none".
@@ -317,17 +322,43 @@ public:
   ISpinSharedLock *lock() const { return m_lock.get(); }
 
 private:
+  void attach(T *callback, IEventGeneratorImpl *impl, const ObjectPtr<ISpinSharedLock> &lock) {
+    impl->addHandler(this);
+    m_lock = lock;
+    m_generatorImpl = impl;
+    m_callback.store(callback);
+  }
+
+  // Takes the other holder's callback under that callback's lock, so that a
+  // callback dying on another thread is either attached whole or not at all.
+  // Nothing of the callback object itself is read: its destructor may be
+  // running already.
+  void copyFrom(const CallbackHolder &other) {
+    const ObjectPtr<ISpinSharedLock> lock(other.m_lock);
+    if (!lock)
+      return;
+    lock->sharedLock();
+    if (T *callback = other.m_callback.load())
+      attach(callback, other.m_generatorImpl, lock);
+    lock->sharedUnlock();
+  }
+
   void detach() {
-    T *old = m_callback.exchange(nullptr);
-    if (old) {
-      EventGenerator *generator = old;
-      generator->eventGeneratorImpl()->removeHandler(this);
-    }
+    ISpinSharedLock *lock = m_lock.get();
+    if (lock)
+      lock->sharedLock(); // the generator cannot finish disconnecting meanwhile
+    if (m_callback.exchange(nullptr) && m_generatorImpl)
+      m_generatorImpl->removeHandler(this);
+    if (lock)
+      lock->sharedUnlock();
+    m_generatorImpl = nullptr;
     m_lock.release();
   }
 
   std::atomic<T *> m_callback;
   ObjectPtr<ISpinSharedLock> m_lock;
+  // The registry this holder is listed in; valid while m_callback is set.
+  IEventGeneratorImpl *m_generatorImpl = nullptr;
 };
 
 // Scoped read access to a holder's callback under the generator's shared lock.

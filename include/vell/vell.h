@@ -1,6 +1,7 @@
 // Everything a host of the vell library needs.
 #pragma once
 
+#include "vell/callback_lifetime.h"
 #include "vell/callbacks.h"
 #include "vell/context.h"
 #include "vell/file_search.h"

@@ -1,4 +1,6 @@
 // A property storage kept in one JSON file, replaced atomically under a cross-process lock.
+#include <mutex>
+
 #include <boost/filesystem.hpp>
 
 #include "platform/log.h"
@@ -35,6 +37,7 @@ public:
       : m_path(absolutePath(path)), m_lock(updateLockStateForFile(m_path + ".lock")) {}
 
   PropertyBag read(const std::string &name) override {
+    removeOrphansOnce();
     const LoadResult loaded = load();
     for (const auto &[bagName, bag] : loaded.bags) {
       if (bagName == name)
@@ -93,7 +96,7 @@ private:
       break;
     }
     try {
-      result.bags = documentFromJson(nlohmann::json::parse(content));
+      result.bags = documentFromJson(parseDocument(content));
       result.status = LoadStatus::Ok;
     } catch (const std::exception &e) {
       VELL_LOG_ERROR("Property file " << m_path << " is corrupt: " << e.what());
@@ -101,6 +104,21 @@ private:
       result.status = LoadStatus::Damaged;
     }
     return result;
+  }
+
+  // Temporary files of writers that were killed stay until a writer holding
+  // the update lock removes them: every store does, and so does the first
+  // read of each storage object, so that a process that only reads (the
+  // tool listing directories) cleans up too. Holding the lock is what makes
+  // it safe: a live writer keeps its temporary file only while holding it.
+  void removeOrphansOnce() {
+    std::call_once(m_orphansChecked, [this] {
+      if (!hasTemporaries(m_path))
+        return;
+      UpdateLock lock(m_lock);
+      if (lock.held())
+        removeOrphanTemporaries(m_path);
+    });
   }
 
   bool moveAside() const {
@@ -127,6 +145,7 @@ private:
 
   const std::string m_path;
   const std::shared_ptr<UpdateLockState> m_lock;
+  std::once_flag m_orphansChecked;
 };
 
 } // namespace

@@ -63,7 +63,41 @@ std::string utcTimestamp() {
   return text;
 }
 
+// Calls visit with the full path of every temporary file of path.
+template <class Visit> void forEachTemporary(const std::string &path, Visit visit) {
+  const std::string directory = directoryOf(path);
+  const std::string prefix = temporaryPrefix(path);
+  DIR *listing = ::opendir(directory.c_str());
+  if (!listing)
+    return;
+  while (const dirent *entry = ::readdir(listing)) {
+    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0 && !visit(directory + "/" + entry->d_name))
+      break;
+  }
+  ::closedir(listing);
+}
+
 } // namespace
+
+std::string followLinks(const std::string &path) {
+  // As many links as the kernel follows in one lookup.
+  constexpr int MAX_LINKS = 40;
+  std::string current = path;
+  for (int hop = 0; hop < MAX_LINKS; ++hop) {
+    struct stat status {};
+    if (::lstat(current.c_str(), &status) != 0 || !S_ISLNK(status.st_mode))
+      return current;
+    std::string target(static_cast<size_t>(status.st_size > 0 ? status.st_size : 4096) + 1, '\0');
+    const ssize_t length = ::readlink(current.c_str(), target.data(), target.size());
+    if (length < 0 || static_cast<size_t>(length) >= target.size())
+      return path;
+    target.resize(static_cast<size_t>(length));
+    current = target.front() == '/' ? target : directoryOf(current) + "/" + target;
+  }
+  // A loop of links: writing to the path itself fails or replaces the link,
+  // either way nothing outside is touched.
+  return path;
+}
 
 FileReadStatus readWholeFile(const std::string &path, std::string &content, std::string &error) {
   content.clear();
@@ -92,8 +126,11 @@ FileReadStatus readWholeFile(const std::string &path, std::string &content, std:
   return FileReadStatus::Ok;
 }
 
-bool writeFileAtomically(const std::string &path, const std::string &content, std::string &error) {
+bool writeFileAtomically(const std::string &linkOrPath, const std::string &content, std::string &error) {
   static std::atomic<unsigned> counter{0};
+  // The temporary file lives beside the file it replaces, so that the rename
+  // stays within one file system and a symbolic link keeps pointing there.
+  const std::string path = followLinks(linkOrPath);
   const std::string temporary =
       path + ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
   const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -124,7 +161,8 @@ bool writeFileAtomically(const std::string &path, const std::string &content, st
   return true;
 }
 
-bool moveFileAside(const std::string &path, std::string &aside, std::string &error) {
+bool moveFileAside(const std::string &linkOrPath, std::string &aside, std::string &error) {
+  const std::string path = followLinks(linkOrPath);
   const std::string base = path + ".corrupt-" + utcTimestamp();
   for (int attempt = 0; attempt < 1000; ++attempt) {
     aside = attempt == 0 ? base : base + "-" + std::to_string(attempt);
@@ -142,17 +180,20 @@ bool moveFileAside(const std::string &path, std::string &aside, std::string &err
   return false;
 }
 
+bool hasTemporaries(const std::string &path) {
+  bool found = false;
+  forEachTemporary(followLinks(path), [&](const std::string &) {
+    found = true;
+    return false;
+  });
+  return found;
+}
+
 void removeOrphanTemporaries(const std::string &path) {
-  const std::string directory = directoryOf(path);
-  const std::string prefix = temporaryPrefix(path);
-  DIR *listing = ::opendir(directory.c_str());
-  if (!listing)
-    return;
-  while (const dirent *entry = ::readdir(listing)) {
-    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0)
-      ::unlink((directory + "/" + entry->d_name).c_str());
-  }
-  ::closedir(listing);
+  forEachTemporary(followLinks(path), [](const std::string &temporary) {
+    ::unlink(temporary.c_str());
+    return true;
+  });
 }
 
 bool createParentDirectory(const std::string &path, std::string &error) {

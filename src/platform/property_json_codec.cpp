@@ -229,14 +229,38 @@ json bagToJson(const PropertyBag &bag) {
   return json{{"values", std::move(values)}, {"children", std::move(children)}};
 }
 
-PropertyBag bagFromJson(const json &object) {
+namespace {
+
+// Each bag level takes three JSON levels: the bag, its "children" array and
+// the child entry.
+constexpr int MAX_BAG_DEPTH = MAX_JSON_DEPTH / 3;
+
+PropertyBag bagFromJsonAt(const json &object, int depth) {
+  if (depth > MAX_BAG_DEPTH)
+    malformed("bags nested deeper than " + std::to_string(MAX_BAG_DEPTH) + " levels");
   PropertyBag bag;
   for (const json &entry : arrayMember(object, "values", "bag"))
     bag.setValue(decodeText(member(entry, "name", "value"), "value name"), valueFromJson(entry));
   for (const json &entry : arrayMember(object, "children", "bag"))
     bag.addChild(decodeText(member(entry, "name", "child"), "child name"),
-                 bagFromJson(member(entry, "bag", "child")));
+                 bagFromJsonAt(member(entry, "bag", "child"), depth + 1));
   return bag;
+}
+
+} // namespace
+
+PropertyBag bagFromJson(const json &object) { return bagFromJsonAt(object, 1); }
+
+json parseDocument(const std::string &text) {
+  // The parser itself keeps its levels on the heap; the limit spares every
+  // recursive walk over the result (conversion, destruction of the bags).
+  const json::parser_callback_t limitDepth = [](int depth, json::parse_event_t event, json &) {
+    if ((event == json::parse_event_t::object_start || event == json::parse_event_t::array_start) &&
+        depth >= MAX_JSON_DEPTH)
+      malformed("JSON nested deeper than " + std::to_string(MAX_JSON_DEPTH) + " levels");
+    return true;
+  };
+  return json::parse(text, limitDepth);
 }
 
 json documentToJson(const NamedBags &bags) {

@@ -15,6 +15,15 @@ namespace platform {
 // The named bags of one storage file, in the order they were first stored.
 using NamedBags = std::vector<std::pair<std::string, PropertyBag>>;
 
+// Deepest nesting of JSON objects and arrays a storage file may have. The
+// storage holds a few levels of bags (each bag level is three JSON levels);
+// a deeper file is treated as damaged rather than followed level by level.
+constexpr int MAX_JSON_DEPTH = 192;
+
+// Parses a storage file; throws std::runtime_error for text that is not JSON
+// or nests deeper than MAX_JSON_DEPTH.
+nlohmann::json parseDocument(const std::string &text);
+
 // The whole file: {"format": "vell-property-storage", "version": 1, "bags": [...]}.
 nlohmann::json documentToJson(const NamedBags &bags);
 // Throws std::runtime_error naming the first malformed part.

@@ -59,15 +59,32 @@ void EventGeneratorImpl::event(event_t e) {
 }
 
 void EventGeneratorImpl::disconnect() {
-  VellLockWrap guard(&m_guard);
-  // The shared lock is fetched with the first handler; without it no handler
-  // was ever registered and no search can be inside the callback.
-  ISpinSharedLock *sharedLock = m_sharedLock.get();
-  if (sharedLock)
-    sharedLock->lock(); // waits until no search reads the callback
-  event(0);
-  if (sharedLock)
-    sharedLock->unlock();
+  // The generator's lock is taken before the handler registry: holders that
+  // attach or detach hold the lock shared while they touch the registry, so
+  // the opposite order could leave both sides waiting for each other.
+  for (;;) {
+    // The shared lock is fetched with the first handler; without it no handler
+    // was ever registered and no search can be inside the callback.
+    ObjectPtr<ISpinSharedLock> sharedLock;
+    {
+      VellLockWrap guard(&m_guard);
+      sharedLock = m_sharedLock;
+    }
+    if (sharedLock)
+      sharedLock->lock(); // waits until no search reads the callback
+    bool registryChanged = false;
+    {
+      VellLockWrap guard(&m_guard);
+      // A first handler registered meanwhile brought the lock: start over with it.
+      registryChanged = m_sharedLock.get() != sharedLock.get();
+      if (!registryChanged)
+        event(0);
+    }
+    if (sharedLock)
+      sharedLock->unlock();
+    if (!registryChanged)
+      return;
+  }
 }
 
 } // namespace VELL_2_13

@@ -6,6 +6,7 @@
 
 #include "platform/log.h"
 #include "vell/file_search.h"
+#include "vell_utils/path_containment.h"
 
 namespace VELL_2_13 {
 
@@ -50,6 +51,21 @@ bool fetchRemoteFile(const IFileSearchStrategy &strategy, const std::string &ret
   // An absolute name lands in a subtree of the retrieval directory.
   boost::filesystem::path fetched(retrievalDir);
   fetched /= name;
+  // The name is the recording's, not ours: a path that leaves the retrieval
+  // directory, or anything there the retriever did not write as a plain file,
+  // is neither moved into the cache nor removed.
+  if (!utils::isPathInsideDirectory(fetched.string(), retrievalDir)) {
+    VELL_LOG_ERROR_AT("src/vell_search", "Fetched file " << fetched.string()
+                                                          << " lies outside the retrieval directory "
+                                                          << retrievalDir << ", not used");
+    return false;
+  }
+  if (!utils::isOwnFileInsideDirectory(fetched.string(), retrievalDir)) {
+    VELL_LOG_ERROR_AT("src/vell_search", "Fetched file " << fetched.string()
+                                                          << " is not a regular file inside the retrieval directory "
+                                                          << retrievalDir << ", not used");
+    return false;
+  }
   int status = -1;
   try {
     status = utils::archiveFile(fetched.string().c_str(), cacheDir, nullptr, localPath, true);
