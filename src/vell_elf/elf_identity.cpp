@@ -123,8 +123,28 @@ bool isDebugInfoSection(const char *name) {
   return std::strcmp(name, ".debug_info") == 0 || std::strcmp(name, ".zdebug_info") == 0;
 }
 
-// Walks the section headers. False when they cannot be read at all.
-bool readSections(Elf *elf, bool bigEndian, ElfIdentity &identity) {
+// Whether [offset, offset + size) lies inside a file of fileSize bytes.
+bool inside(uint64_t offset, uint64_t size, uint64_t fileSize) {
+  return offset <= fileSize && size <= fileSize - offset;
+}
+
+// Whether the header tables lie inside the file: a file cut short loses its
+// section headers (at the end), which libelf would quietly take for none.
+bool tablesInside(Elf *elf, const GElf_Ehdr &header, uint64_t fileSize) {
+  size_t sections = 0;
+  if (elf_getshdrnum(elf, &sections) != 0)
+    return false;
+  if (header.e_shoff != 0 && !inside(header.e_shoff, uint64_t(sections) * header.e_shentsize, fileSize))
+    return false;
+  size_t segments = 0;
+  if (elf_getphdrnum(elf, &segments) != 0)
+    return false;
+  return header.e_phoff == 0 || inside(header.e_phoff, uint64_t(segments) * header.e_phentsize, fileSize);
+}
+
+// Walks the section headers. False when they cannot be read at all, or when
+// a section's contents lie beyond the end of the file.
+bool readSections(Elf *elf, bool bigEndian, uint64_t fileSize, ElfIdentity &identity) {
   size_t stringsIndex = 0;
   if (elf_getshdrstrndx(elf, &stringsIndex) != 0)
     return false;
@@ -136,6 +156,8 @@ bool readSections(Elf *elf, bool bigEndian, ElfIdentity &identity) {
     // Sections a debug file keeps only as headers occupy no bytes.
     if (header.sh_type == SHT_NOBITS || header.sh_size == 0)
       continue;
+    if (!inside(header.sh_offset, header.sh_size, fileSize))
+      return false;
     if (header.sh_type == SHT_NOTE && identity.buildId.empty()) {
       identity.buildId = buildIdInNotes(elf_getdata(section, nullptr));
       continue;
@@ -188,9 +210,12 @@ std::optional<ElfIdentity> readElfIdentity(const std::string &path) {
   GElf_Ehdr header;
   if (!gelf_getehdr(elf.get(), &header))
     return std::nullopt;
+  const uint64_t fileSize = static_cast<uint64_t>(info.st_size);
+  if (!tablesInside(elf.get(), header, fileSize))
+    return std::nullopt;
   bool bigEndian = header.e_ident[EI_DATA] == ELFDATA2MSB;
   ElfIdentity identity;
-  if (!readSections(elf.get(), bigEndian, identity))
+  if (!readSections(elf.get(), bigEndian, fileSize, identity))
     return std::nullopt;
   if (identity.buildId.empty())
     identity.buildId = buildIdFromSegments(elf.get());
