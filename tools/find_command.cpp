@@ -14,6 +14,7 @@
 #include "vell/search_env.h"
 #include "vell/validation.h"
 
+#include "build_id_search.h"
 #include "categories.h"
 #include "file_checks.h"
 #include "find_report.h"
@@ -46,6 +47,8 @@ struct FindRequest {
   std::string kernelRelease;
   ObjectPtr<ISearchStepsConfigurator> steps;
   std::string configPath;
+  std::string buildId; // lowercase hex, or empty
+  std::string debugDir;
 };
 
 bool isHex(const std::string &text) {
@@ -172,6 +175,9 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     requireDirectory("--result-dir", options.resultDir);
     request.resultDir = absolutePath(options.resultDir);
   }
+  request.buildId = checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
+  if (!options.debugDir.empty())
+    request.debugDir = absolutePath(options.debugDir);
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
   request.steps = stepsConfigurator(request.category, options);
   request.configPath = userConfigPath(global.config);
@@ -248,7 +254,6 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   StepTracker tracker;
   RequestedChecks checks;
   buildChecks(request, options, checks);
-  RecordingValidator recorder(checks.callback(), tracker);
   AllFilesCollector allFiles;
   RejectionCollector rejections;
 
@@ -279,6 +284,16 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   if (options.explain)
     mgr.registerNoFilesFoundCallback(commandLine, CLIENT_ID, &rejections);
 
+  // Build IDs and debug links: suggestions ahead of the steps and an identity check.
+  std::unique_ptr<BuildIdSearch> buildIdSearch;
+  if (BuildIdSearch::applies(request.category, request.binary, request.buildId, options.noBuildId)) {
+    buildIdSearch = std::make_unique<BuildIdSearch>(mgr, commandLine, CLIENT_ID, request.category, request.binary,
+                                                    request.buildId, request.debugDir);
+    checks.all.add(buildIdSearch->check());
+  }
+
+  RecordingValidator recorder(checks.callback(), tracker);
+
   ObjectPtr<IFileSearch> fileSearch =
       mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
   if (!fileSearch)
@@ -294,6 +309,8 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   report.explain = options.explain;
   if (options.all)
     report.files = allFiles.files();
+  if (buildIdSearch)
+    report.buildId = buildIdSearch->report(found);
   if (options.explain)
     report.setRejections(rejections.rejected(), recorder.rejections());
   printFindReport(report, global.json);
