@@ -112,7 +112,7 @@ private:
 // binary's. Rejections carry severity 1 for a file of another build (build
 // ID or CRC-32 differs) and 0 for a file of the right build that cannot serve
 // (no debug information, the binary itself, not ELF), with a message from the
-// "vell_common" catalog. Source searches get no decision. An optional inner
+// "vell_debug_files" catalog. Source searches get no decision. An optional inner
 // check runs after an accepting or undecided verdict: its rejection stands,
 // its acceptance counts when this check had no data.
 class VELL_API ElfIdentityValidator : public IValidatorCallback {

@@ -13,6 +13,9 @@
 namespace VELL_2_13 {
 namespace {
 
+// The catalog of this check's messages.
+const char *const kCatalog = "vell_debug_files";
+
 // A file of another build: the wrong answer a host must never get.
 constexpr severity_t kOtherBuild = severity_t(1);
 // The right build, but a file that cannot serve (stripped, not ELF).
@@ -21,7 +24,7 @@ constexpr severity_t kUnusable = severity_t(0);
 // The catalog text of id with the file name as "arg1" and the further
 // arguments; "%<id>" when the catalog has no such text.
 std::string catalogText(const char *id, const char *fileName, platform::MessageArguments arguments = {}) {
-  std::shared_ptr<const platform::Catalog> catalog = platform::getMessageCatalog(VALIDATOR_MESSAGES_CATALOG);
+  std::shared_ptr<const platform::Catalog> catalog = platform::getMessageCatalog(kCatalog);
   platform::Message message = catalog ? catalog->message(id) : platform::Message();
   if (message.size() == 0)
     return std::string("%") + id;

@@ -352,6 +352,18 @@ TEST_F(DebugFilesTest, MessagesAreLocalised) {
             info.message);
 }
 
+TEST_F(DebugFilesTest, ShippedCatalogHasEveryIdInBothLanguages) {
+  for (const char *language : {"en", "de"}) {
+    vell_test::CatalogScope scope(vell_test::shippedCatalogDir(), language);
+    auto catalog = platform::getMessageCatalog("vell_debug_files");
+    ASSERT_NE(nullptr, catalog) << language;
+    EXPECT_EQ(6u, catalog->size()) << language;
+    for (const char *id : {"BuildIdMismatch", "BuildIdMissing", "DebugLinkCrcMismatch", "BinaryIsNotItsDebugFile",
+                           "NoDebugInformation", "NotAnElfFile"})
+      EXPECT_NE(0u, catalog->message(id).size()) << language << " " << id;
+  }
+}
+
 TEST_F(DebugFilesTest, MessageIdShownWithoutCatalog) {
   vell_test::CatalogScope none("");
   ElfIdentityValidator check(scSymbolFiles, binary);
