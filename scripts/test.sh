@@ -40,6 +40,9 @@ if [ "${VELL_TEST_TSAN:-1}" = 1 ]; then
   fi
 fi
 
+echo "=== the real distribution debug packages (libc6-dbg, binutils-x86-64-linux-gnu-dbg) must be found"
+VELL_REQUIRE_DEBUG_PACKAGES=1 "$out/normal/tests/vell_tests" --gtest_filter='ToolBuildIdTest.*' --gtest_brief=1
+
 echo "=== install and build the example host program"
 prefix=$out/install
 rm -rf "$prefix"

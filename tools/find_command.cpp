@@ -16,6 +16,7 @@
 #include "vell/search_env.h"
 #include "vell/validation.h"
 
+#include "build_id_search.h"
 #include "categories.h"
 #include "dir_warnings.h"
 #include "file_checks.h"
@@ -52,6 +53,8 @@ struct FindRequest {
   std::string kernelRelease;
   ObjectPtr<ISearchStepsConfigurator> steps;
   std::string configPath;
+  std::string buildId; // lowercase hex, or empty
+  std::string debugDir;
 };
 
 bool isHex(const std::string &text) {
@@ -183,6 +186,9 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     requireDirectory("--result-dir", options.resultDir);
     request.resultDir = absolutePath(options.resultDir);
   }
+  request.buildId = checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
+  if (!options.debugDir.empty())
+    request.debugDir = absolutePath(options.debugDir);
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
   request.steps = stepsConfigurator(request.category, options);
   request.configPath = userConfigPath(global.config);
@@ -264,7 +270,6 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   tracker.setListener([&activity](search_step_t step) { activity.stepEntered(step); });
   RequestedChecks checks;
   buildChecks(request, options, checks);
-  RecordingValidator recorder(checks.callback(), tracker);
   // Disconnected before their own destructors run (see vell/callback_lifetime.h).
   SafeCallback<AllFilesCollector> allFiles;
   SafeCallback<RejectionCollector> rejections;
@@ -296,6 +301,16 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   if (trackSteps)
     mgr.registerNoFilesFoundCallback(commandLine, CLIENT_ID, &rejections);
 
+  // Build IDs and debug links: suggestions ahead of the steps and an identity check.
+  std::unique_ptr<BuildIdSearch> buildIdSearch;
+  if (BuildIdSearch::applies(request.category, request.binary, request.buildId, options.noBuildId)) {
+    buildIdSearch = std::make_unique<BuildIdSearch>(mgr, commandLine, CLIENT_ID, request.category, request.binary,
+                                                    request.buildId, request.debugDir);
+    checks.all.add(buildIdSearch->check());
+  }
+
+  RecordingValidator recorder(checks.callback(), tracker);
+
   ObjectPtr<IFileSearch> fileSearch =
       mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
   if (!fileSearch)
@@ -313,6 +328,8 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   report.explain = options.explain;
   if (options.all)
     report.files = allFiles.files();
+  if (buildIdSearch)
+    report.buildId = buildIdSearch->report(found);
   if (trackSteps)
     report.setRejections(rejections.rejected(), recorder.rejections());
   report.unreadable = activity.unreadableDirectories();

@@ -26,6 +26,9 @@ struct FindOptions {
   std::string steps;
   bool all = false;
   bool explain = false;
+  std::string buildId;    // recorded build ID (hex)
+  bool noBuildId = false; // plain search: no build-ID or debug-link candidates, no identity check
+  std::string debugDir;   // global debug directory (default /usr/lib/debug)
 };
 
 // Runs the search and prints its outcome; returns the exit status. Throws

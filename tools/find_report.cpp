@@ -70,6 +70,10 @@ void printJson(const FindReport &report) {
     out["confidenceText"] = nullptr;
     out["step"] = nullptr;
   }
+  if (report.buildId)
+    out["buildId"] = json{{"expected", report.buildId->expected.empty() ? json() : json(report.buildId->expected)},
+                          {"source", report.buildId->source},
+                          {"found", report.buildId->found.empty() ? json() : json(report.buildId->found)}};
   if (report.listAll) {
     out["files"] = json::array();
     for (const auto &file : report.files)
@@ -102,6 +106,14 @@ void printText(const FindReport &report) {
     for (const auto &file : report.files)
       std::cout << "  " << file->name() << " (confidence " << confidenceText(file->confidence()) << ", step "
                 << dump(file->searchStep()) << ")\n";
+  }
+  // Shown when a build ID was looked for (a binary without one adds nothing).
+  if (report.explain && report.buildId && !report.buildId->expected.empty()) {
+    const BuildIdReport &ids = *report.buildId;
+    std::cout << "build ID looked for: " << ids.expected
+              << (ids.source == "recorded" ? " (recorded)" : " (from the binary)") << "\n";
+    if (report.found)
+      std::cout << "build ID found: " << (ids.found.empty() ? "none" : ids.found) << "\n";
   }
   if (report.explain) {
     std::cout << (report.found ? "rejected candidates seen by the requested checks: "

@@ -7,6 +7,7 @@
 
 #include "vell/results.h"
 
+#include "build_id_search.h"
 #include "search_activity.h"
 #include "validators.h"
 
@@ -22,6 +23,7 @@ struct FindReport {
   std::vector<Rejection> rejected;
   // Directories a recursive walk could not read (shown with explain).
   std::vector<UnreadableDirectory> unreadable;
+  std::optional<BuildIdReport> buildId; // set when build IDs took part in the search
 
   // The search's own rejections (complete, but only reported when nothing was
   // found) first, then those the tool's checks saw that are not among them.

@@ -65,6 +65,14 @@ check that rejects a file decides; otherwise a file is accepted when at least on
 check accepted it (a matching checksum or time), and left to the default
 confidence policy when no check had an opinion (--not-newer-than-binary alone).
 
+Build IDs: vell find sym with --binary, and vell find bin|sym with --build-id, first
+try <debug dir>/.build-id/xx/yyyy.debug (no .debug for binaries), the same under every
+search directory, then the binary's debug link beside it, in its .debug directory
+and under the debug directory; every candidate must carry the expected build ID
+(without one on either side, the debug link's CRC-32) and, for symbols, debug
+information. --explain and --json show the build ID looked for and found.
+--no-build-id gives the plain search.
+
 --explain: when nothing is found, every candidate the search rejected is listed
 with its step, severity and message. When a file is found the search does not
 report its rejections; only the candidates rejected by the requested checks
@@ -249,6 +257,18 @@ int runTool(int argc, char **argv) {
   findCommand->add_option("--steps", find.steps, STEPS_OPTION_HELP)->type_name("LIST");
   findCommand->add_flag("--all", find.all,
                         "Go on past the first file and list every valid file (the first is the answer)");
+  findCommand
+      ->add_option("--build-id", find.buildId,
+                   "Binaries and symbol files: the GNU build ID recorded for the file; looked up in the "
+                   ".build-id trees and required of the file found")
+      ->type_name("HEX");
+  findCommand->add_flag("--no-build-id", find.noBuildId,
+                        "Plain search: no build-ID or debug-link candidates and no build-ID check (on by "
+                        "default for vell find sym with --binary, and with --build-id)");
+  findCommand
+      ->add_option("--debug-dir", find.debugDir,
+                   "The global debug directory whose .build-id tree is tried first (default /usr/lib/debug)")
+      ->type_name("DIR");
   findCommand->add_flag("--explain", find.explain,
                         "List the rejected candidates with their step, severity and message (see below)");
 
