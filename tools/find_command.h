@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "global_options.h"
+#include "server_retrieval.h"
 
 namespace vell_tool {
 
@@ -26,6 +27,7 @@ struct FindOptions {
   std::string steps;
   bool all = false;
   bool explain = false;
+  ServerOptions remote;
 };
 
 // Runs the search and prints its outcome; returns the exit status. Throws

@@ -38,6 +38,17 @@ json rejectionJson(const Rejection &rejection) {
               {"message", rejection.message}};
 }
 
+json retrievalJson(const RetrievalNote &note) {
+  json out{{"used", note.used}, {"buildId", note.buildId.empty() ? json(nullptr) : json(note.buildId)}};
+  if (note.error.empty()) {
+    out["origin"] = note.origin;
+    out["from"] = note.from;
+  } else {
+    out["error"] = note.error;
+  }
+  return out;
+}
+
 void printJson(const FindReport &report) {
   json out{{"name", report.name}, {"category", categoryName(report.category)}, {"found", bool(report.found)}};
   if (report.found) {
@@ -62,6 +73,8 @@ void printJson(const FindReport &report) {
     // those of the requested checks can be seen.
     out["rejectedComplete"] = !report.found;
   }
+  if (report.retrieval.attempted)
+    out["retrieved"] = retrievalJson(report.retrieval);
   std::cout << out.dump(2) << "\n";
 }
 
@@ -72,6 +85,12 @@ void printText(const FindReport &report) {
               << "step: " << dump(report.found->searchStep()) << "\n";
   } else {
     std::cout << "not found: " << report.name << "\n";
+  }
+  if (report.retrieval.attempted) {
+    if (report.retrieval.error.empty())
+      std::cout << "retrieved: " << report.retrieval.origin << " " << report.retrieval.from << "\n";
+    else
+      std::cout << "not retrieved: " << report.retrieval.error << "\n";
   }
   if (report.listAll) {
     std::cout << "valid files: " << report.files.size() << "\n";

@@ -7,6 +7,7 @@
 
 #include "vell/results.h"
 
+#include "server_retrieval.h"
 #include "validators.h"
 
 namespace vell_tool {
@@ -19,6 +20,7 @@ struct FindReport {
   std::vector<VELL_2_13::ObjectPtr<VELL_2_13::IValidFile>> files;
   bool explain = false;
   std::vector<Rejection> rejected;
+  RetrievalNote retrieval; // where a file fetched from a server came from
 
   // The search's own rejections (complete, but only reported when nothing was
   // found) first, then those the tool's checks saw that are not among them.

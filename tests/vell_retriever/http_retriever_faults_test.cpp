@@ -13,6 +13,7 @@
 #include "support/temp_dir.h"
 #include "vell/http_retriever.h"
 #include "vell_retriever/fault_http_server.h"
+#include "vell_validation/catalog_scope.h"
 #include "vell_retriever/retriever_fixtures.h"
 
 using namespace VELL_2_13;
@@ -72,6 +73,7 @@ protected:
     return o;
   }
 
+  vell_test::CatalogScope m_catalogs{vell_test::shippedCatalogDir()};
   vell_test::TempDir m_dir;
   FaultHttpServer m_server;
 };
@@ -293,6 +295,21 @@ TEST_F(RetrieverFaultsTest, FileWithAnotherBuildIdIsRejectedWithMessage) {
   EXPECT_NE(std::string::npos, result.error.find("requested " + p.first.buildId)) << result.error;
   EXPECT_EQ(1, m_server.requests(debugPath(p.first.buildId))) << "a wrong file is not asked for again";
   EXPECT_EQ(std::vector<std::string>{}, filesUnder(o.cacheDir));
+}
+
+TEST_F(RetrieverFaultsTest, RejectionMessageComesFromTheChosenLanguageOrIsTheId) {
+  const Programs &p = programs();
+  m_server.script(debugPath(p.first.buildId), {{200, p.secondDebug}});
+  HttpRetrieverOptions o = options({m_server.url()});
+  o.retries = 0;
+  HttpFileRetriever retriever(o);
+  {
+    vell_test::CatalogScope german(vell_test::shippedCatalogDir(), "de");
+    BuildIdResult result = retriever.fetchDebugInfo(p.first.buildId);
+    EXPECT_NE(std::string::npos, result.error.find("statt der angefragten " + p.first.buildId)) << result.error;
+  }
+  vell_test::CatalogScope none("");
+  EXPECT_EQ("%WrongBuildId", retriever.fetchDebugInfo(p.first.buildId).error);
 }
 
 TEST_F(RetrieverFaultsTest, AnswerThatIsNotElfIsRejected) {
