@@ -27,6 +27,8 @@ struct FaultResponse {
   size_t stallAfter = std::string::npos;
   // Close the connection without any answer.
   bool dropConnection = false;
+  // Pause after each 4 KiB of the body: a slow transfer.
+  int chunkDelayMs = 0;
 };
 
 class FaultHttpServer {
@@ -148,6 +150,13 @@ private:
     std::string head = "HTTP/1.1 " + std::to_string(response.status) + " Scripted\r\nContent-Length: " +
                        std::to_string(response.body.size()) + "\r\nConnection: close\r\n\r\n";
     sendAll(client, head);
+    if (response.stallAfter == std::string::npos && response.chunkDelayMs > 0) {
+      for (size_t at = 0; at < response.body.size() && !m_stop; at += 4096) {
+        sendAll(client, response.body.substr(at, 4096));
+        std::this_thread::sleep_for(std::chrono::milliseconds(response.chunkDelayMs));
+      }
+      return;
+    }
     if (response.stallAfter == std::string::npos) {
       sendAll(client, response.body);
       return;
