@@ -142,13 +142,14 @@ public:
     }
   }
 
-  // Build-ID requests the server has answered, from its own metrics.
+  // Build-ID requests (debug file, binary, source) the server has answered, from its own metrics.
   long buildIdRequests() const {
-    std::smatch match;
     std::string text = metrics();
-    if (!std::regex_search(text, match, std::regex("http_requests_total\\{type=\"buildid\"\\} ([0-9]+)")))
-      return 0;
-    return std::stol(match[1]);
+    std::regex counter("http_requests_total\\{type=\"(debuginfo|executable|source)\"\\} ([0-9]+)");
+    long total = 0;
+    for (std::sregex_iterator it(text.begin(), text.end(), counter), end; it != end; ++it)
+      total += std::stol((*it)[2]);
+    return total;
   }
 
   // Waits until the first scan of the directories is complete.
