@@ -509,3 +509,75 @@ TEST(ServerListTest, SplitsOnBlanks) {
 }
 
 } // namespace
+
+namespace {
+
+// openssl s_server in its web mode, serving files below a directory over HTTPS
+// on the loopback address with a self-signed certificate for 127.0.0.1.
+class TlsFileServer {
+public:
+  explicit TlsFileServer(const vell_test::TempDir &dir) : m_root(dir.mkdir("www")), m_port(vell_test::freeLoopbackPort()) {
+    m_certificate = dir.sub("cert.pem");
+    std::string key = dir.sub("key.pem");
+    vell_test::shell("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 -addext "
+                     "subjectAltName=IP:127.0.0.1 -keyout " + vell_test::shellQuoted(key) + " -out " +
+                     vell_test::shellQuoted(m_certificate) + " 2>/dev/null");
+    m_pid = ::fork();
+    if (m_pid == 0) {
+      if (::chdir(m_root.c_str()) != 0)
+        ::_exit(127);
+      std::freopen("/dev/null", "w", stdout);
+      std::string accept = "127.0.0.1:" + std::to_string(m_port);
+      ::execlp("openssl", "openssl", "s_server", "-quiet", "-accept", accept.c_str(), "-cert", m_certificate.c_str(),
+               "-key", key.c_str(), "-WWW", static_cast<char *>(nullptr));
+      ::_exit(127);
+    }
+    // Wait until it accepts connections.
+    for (int i = 0; i < 100; ++i) {
+      if (std::system(("curl -s -k -o /dev/null https://127.0.0.1:" + std::to_string(m_port) + "/").c_str()) == 0)
+        break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+  }
+  ~TlsFileServer() {
+    ::kill(m_pid, SIGTERM);
+    int status = 0;
+    ::waitpid(m_pid, &status, 0);
+  }
+  std::string url() const { return "https://127.0.0.1:" + std::to_string(m_port); }
+  const std::string &root() const { return m_root; }
+  const std::string &certificate() const { return m_certificate; }
+
+private:
+  std::string m_root;
+  int m_port;
+  std::string m_certificate;
+  pid_t m_pid = -1;
+};
+
+TEST(RetrieverHttpsTest, VerifiesTheServerAgainstTheGivenOrTheSystemCertificates) {
+  vell_test::CatalogScope catalogs(vell_test::shippedCatalogDir());
+  const Programs &p = programs();
+  vell_test::TempDir dir;
+  TlsFileServer server(dir);
+  std::string served = server.root() + "/buildid/" + p.first.buildId;
+  vell_test::shell("mkdir -p " + vell_test::shellQuoted(served));
+  vell_test::shell("cp " + vell_test::shellQuoted(p.first.debugFile) + " " + vell_test::shellQuoted(served + "/debuginfo"));
+  HttpRetrieverOptions options;
+  options.servers = {server.url()};
+  options.cacheDir = dir.sub("cache");
+  options.retries = 0;
+
+  // The system's certificates do not vouch for a self-signed one.
+  BuildIdResult refused = HttpFileRetriever(options).fetchDebugInfo(p.first.buildId);
+  EXPECT_FALSE(refused.ok);
+  EXPECT_FALSE(refused.notFound);
+  EXPECT_NE(std::string::npos, refused.error.find("certificate")) << refused.error;
+
+  options.caBundle = server.certificate();
+  BuildIdResult fetched = HttpFileRetriever(options).fetchDebugInfo(p.first.buildId);
+  ASSERT_TRUE(fetched.ok) << fetched.error;
+  EXPECT_EQ(p.firstDebug, vell_test::readWhole(fetched.path));
+}
+
+} // namespace
