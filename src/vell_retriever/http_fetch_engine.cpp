@@ -243,6 +243,24 @@ void endAttempt(CURLM *multi, Transfer &transfer) {
 
 enum class Outcome { Done, Retry, NextServer, Fail };
 
+bool isPassingFault(CURLcode code) {
+  switch (code) {
+  case CURLE_COULDNT_RESOLVE_HOST:
+  case CURLE_COULDNT_CONNECT:
+  case CURLE_OPERATION_TIMEDOUT:
+  case CURLE_SEND_ERROR:
+  case CURLE_RECV_ERROR:
+  case CURLE_PARTIAL_FILE:
+  case CURLE_GOT_NOTHING:
+  case CURLE_SSL_CONNECT_ERROR:
+  case CURLE_HTTP2:
+  case CURLE_HTTP2_STREAM:
+    return true;
+  default:
+    return false;
+  }
+}
+
 // Checks a complete download and renames it into place.
 Outcome keepDownload(Transfer &transfer) {
   if (::fsync(transfer.fd) != 0 || ::close(transfer.fd) != 0) {
@@ -294,12 +312,13 @@ Outcome judge(Transfer &transfer, CURLcode code) {
     return Outcome::Fail;
   }
   if (code != CURLE_OK) {
-    // Connection failures, timeouts and broken transfers may pass: retried.
     transfer.allNotFound = false;
     std::string reason = transfer.curlError[0] ? transfer.curlError : curl_easy_strerror(code);
     transfer.errors.push_back(retrieverMessage("TransferFailed", {{"url", transfer.url}, {"reason", reason}}));
     discardTemp(transfer);
-    return Outcome::Retry;
+    // Connection failures, timeouts and broken transfers may pass: retried. A
+    // refused certificate or redirect will not: the next server is asked.
+    return isPassingFault(code) ? Outcome::Retry : Outcome::NextServer;
   }
   if (status == 200)
     return keepDownload(transfer);
@@ -351,7 +370,7 @@ void HttpFetchEngine::waitWhileClaimed(const std::string &path) {
 bool HttpFetchEngine::answerLocally(Job &job) {
   BuildIdResult &result = job.result;
   // Try <cache>/<build id>/<kind>: fetched by this retriever before, checked then.
-  if (isNonEmptyRegularFile(job.target)) {
+  if (!m_options.cacheDir.empty() && isNonEmptyRegularFile(job.target)) {
     result.ok = true;
     result.path = job.target;
     result.origin = foCache;
