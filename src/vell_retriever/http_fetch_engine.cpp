@@ -449,6 +449,12 @@ std::vector<BuildIdResult> HttpFetchEngine::run(const std::vector<BuildIdRequest
         continue;
       }
       if (claim(job->target)) {
+        // Another thread may have finished this file between the look and the claim.
+        if (answerLocally(*job)) {
+          release(job->target);
+          job->done = true;
+          continue;
+        }
         job->claimed = true;
         toFetch.push_back(job);
       } else {
