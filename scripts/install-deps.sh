@@ -13,5 +13,6 @@ $SUDO apt-get install -y --no-install-recommends \
   libelf-dev libdw-dev liblzma-dev liblz4-dev libzstd-dev libbz2-dev liblzo2-dev \
   libcurl4-openssl-dev libdebuginfod-dev \
   gzip xz-utils lz4 zstd bzip2 lzop binutils elfutils file \
-  coreutils findutils strace fd-find curl debuginfod libc6-dbg binutils-x86-64-linux-gnu-dbg dpkg-dev \
+  coreutils findutils strace fd-find curl debuginfod libarchive-tools libc6-dbg binutils-x86-64-linux-gnu-dbg \
+  dpkg-dev \
   clang libclang-rt-14-dev ccache

@@ -14,8 +14,6 @@ std::string checkBuildIdOptions(search_category_t category, const std::string &b
     requireDirectory("--debug-dir", debugDir);
   if (buildId.empty())
     return {};
-  if (category != scSymbolFiles && category != scBinaryFiles)
-    throw BadInput("--build-id applies to binaries and symbol files (vell find bin|sym) only");
   if (switchedOff)
     throw BadInput("--build-id and --no-build-id exclude each other");
   std::optional<std::string> normal = normalizeBuildId(buildId);

@@ -25,6 +25,7 @@
 #include "search_activity.h"
 #include "search_callbacks.h"
 #include "search_contexts.h"
+#include "server_retrieval.h"
 #include "step_tracker.h"
 #include "steps_option.h"
 #include "tool_error.h"
@@ -237,8 +238,9 @@ void buildChecks(const FindRequest &request, const FindOptions &options, Request
 }
 
 ObjectPtr<IValidFile> search(IFileSearch &fileSearch, const FindRequest &request, const FindOptions &options,
-                             IValidatorCallback *validator) {
-  const char *suggested = options.suggest.empty() ? nullptr : options.suggest.c_str();
+                             IValidatorCallback *validator, const std::string &fetched) {
+  const std::string &suggestion = options.suggest.empty() ? fetched : options.suggest;
+  const char *suggested = suggestion.empty() ? nullptr : suggestion.c_str();
   const char *binary = request.binary.empty() ? nullptr : request.binary.c_str();
   const char *checksum = options.checksum.empty() ? nullptr : options.checksum.c_str();
   switch (request.category) {
@@ -256,6 +258,11 @@ ObjectPtr<IValidFile> search(IFileSearch &fileSearch, const FindRequest &request
 
 int runFind(const GlobalOptions &global, const FindOptions &options) {
   FindRequest request = checkOptions(global, options);
+  std::unique_ptr<ServerRetrieval> servers =
+      ServerRetrieval::create(request.category, request.name, request.buildId, options.remote);
+  // A source file is looked for by build ID on servers only.
+  if (request.category == scSourceFiles && !request.buildId.empty() && !servers)
+    throw BadInput("--build-id with vell find src needs --server (or DEBUGINFOD_URLS)");
 
   // Compressed kernel images are extracted under the cache root.
   if (!request.cache.empty())
@@ -291,6 +298,12 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
     mgr.registerArchiveDir(commandLine, request.archive.c_str());
   if (!request.cache.empty())
     mgr.registerCacheDir(commandLine, request.cache.c_str());
+  // Files fetched from servers are filed into the search's cache directory.
+  if (servers) {
+    if (request.cache.empty())
+      mgr.registerCacheDir(commandLine, servers->defaultSearchCache().c_str());
+    servers->registerWith(mgr, commandLine, CLIENT_ID);
+  }
   mgr.registerEnvironmentInfo(commandLine, CLIENT_ID, environmentInfo(request.kernelRelease));
   ObjectPtr<ISearchStepsConfigurator> steps = request.steps;
   if (trackSteps)
@@ -316,7 +329,9 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = trackSteps ? &recorder : checks.callback();
-  ObjectPtr<IValidFile> found = search(*fileSearch, request, options, validator);
+  // Source searches do not fetch: the source fetched by build ID is suggested instead.
+  std::string fetched = servers ? servers->fetchSourceForSuggestion() : "";
+  ObjectPtr<IValidFile> found = search(*fileSearch, request, options, validator, fetched);
   activity.finish();
   progress.stop();
 
@@ -326,6 +341,8 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   report.found = found;
   report.listAll = options.all;
   report.explain = options.explain;
+  if (servers)
+    report.retrieval = servers->note(found);
   if (options.all)
     report.files = allFiles.files();
   if (buildIdSearch)

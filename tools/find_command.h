@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "global_options.h"
+#include "server_retrieval.h"
 
 namespace vell_tool {
 
@@ -29,6 +30,7 @@ struct FindOptions {
   std::string buildId;    // recorded build ID (hex)
   bool noBuildId = false; // plain search: no build-ID or debug-link candidates, no identity check
   std::string debugDir;   // global debug directory (default /usr/lib/debug)
+  ServerOptions remote;
 };
 
 // Runs the search and prints its outcome; returns the exit status. Throws

@@ -56,6 +56,17 @@ std::string confidenceText(unsigned confidence) {
   return std::to_string(confidence) + " (" + confidenceWord(confidence) + ")";
 }
 
+json retrievalJson(const RetrievalNote &note) {
+  json out{{"used", note.used}, {"buildId", note.buildId.empty() ? json(nullptr) : json(note.buildId)}};
+  if (note.error.empty()) {
+    out["origin"] = note.origin;
+    out["from"] = note.from;
+  } else {
+    out["error"] = note.error;
+  }
+  return out;
+}
+
 void printJson(const FindReport &report) {
   json out{{"category", categoryName(report.category)}, {"found", bool(report.found)}};
   putText(out, "name", report.name);
@@ -90,6 +101,8 @@ void printJson(const FindReport &report) {
     for (const UnreadableDirectory &dir : report.unreadable)
       out["unreadableDirectories"].push_back(unreadableJson(dir));
   }
+  if (report.retrieval.attempted)
+    out["retrieved"] = retrievalJson(report.retrieval);
   std::cout << documentText(out) << "\n";
 }
 
@@ -100,6 +113,12 @@ void printText(const FindReport &report) {
               << "step: " << dump(report.found->searchStep()) << "\n";
   } else {
     std::cout << "not found: " << report.name << "\n";
+  }
+  if (report.retrieval.attempted) {
+    if (report.retrieval.error.empty())
+      std::cout << "retrieved: " << report.retrieval.origin << " " << report.retrieval.from << "\n";
+    else
+      std::cout << "not retrieved: " << report.retrieval.error << "\n";
   }
   if (report.listAll) {
     std::cout << "valid files: " << report.files.size() << "\n";

@@ -9,6 +9,7 @@
 
 #include "build_id_search.h"
 #include "search_activity.h"
+#include "server_retrieval.h"
 #include "validators.h"
 
 namespace vell_tool {
@@ -24,6 +25,7 @@ struct FindReport {
   // Directories a recursive walk could not read (shown with explain).
   std::vector<UnreadableDirectory> unreadable;
   std::optional<BuildIdReport> buildId; // set when build IDs took part in the search
+  RetrievalNote retrieval;              // where a file fetched from a server came from
 
   // The search's own rejections (complete, but only reported when nothing was
   // found) first, then those the tool's checks saw that are not among them.

@@ -78,8 +78,18 @@ with its step, severity and message. When a file is found the search does not
 report its rejections; only the candidates rejected by the requested checks
 (--checksum, --mtime, --size, --not-newer-than-binary) are listed then.
 
+Servers (--server URL, or DEBUGINFOD_URLS when no --server is given; --no-servers
+for none): a file not found locally under NAME is fetched by its --build-id (a name
+of the form .build-id/xx/rest[.debug] carries its own) into
+$XDG_CACHE_HOME/vell/buildid (default ~/.cache/vell/buildid) and filed into the
+cache directory (--cache, default ~/.cache/vell/files). Files that debuginfod's own
+client fetched ($DEBUGINFOD_CACHE_PATH or ~/.cache/debuginfod_client) are used
+without a download. Transfers longer than a second show a progress line on a
+terminal.
+
 Output: path, confidence and step on separate lines (--json: an object with found,
-path, confidence, step, and files with --all, rejected with --explain).
+path, confidence, step, and files with --all, rejected with --explain, retrieved
+with origin server, cache or client-cache and from when a server was asked).
 Exit status: 0 found, 1 not found, 2 bad usage or bad input.
 Every command also takes -v/-vv, --json, --lang LANG, --catalogs DIR and --config FILE (see vell --help).)";
 
@@ -259,8 +269,9 @@ int runTool(int argc, char **argv) {
                         "Go on past the first file and list every valid file (the first is the answer)");
   findCommand
       ->add_option("--build-id", find.buildId,
-                   "Binaries and symbol files: the GNU build ID recorded for the file; looked up in the "
-                   ".build-id trees and required of the file found")
+                   "The GNU build ID recorded for the file (hexadecimal): binaries and symbol files are "
+                   "looked up in the .build-id trees and must carry it; with a server, a binary, symbol or "
+                   "source file not found locally is fetched by it")
       ->type_name("HEX");
   findCommand->add_flag("--no-build-id", find.noBuildId,
                         "Plain search: no build-ID or debug-link candidates and no build-ID check (on by "
@@ -269,6 +280,18 @@ int runTool(int argc, char **argv) {
       ->add_option("--debug-dir", find.debugDir,
                    "The global debug directory whose .build-id tree is tried first (default /usr/lib/debug)")
       ->type_name("DIR");
+  repeatable(findCommand
+                 ->add_option("--server", find.remote.servers,
+                              "Debug-file server (debuginfod protocol) to fetch the file from by build ID "
+                              "(repeatable, tried in order); without it the servers of DEBUGINFOD_URLS "
+                              "(blank-separated URLs) are used")
+                 ->type_name("URL"));
+  findCommand->add_flag("--no-servers", find.remote.noServers,
+                        "Fetch nothing: ignore DEBUGINFOD_URLS (the plain local search)");
+  findCommand->add_option("--server-timeout", find.remote.timeout,
+                          "Seconds to wait for a server to connect, or to send more of a file (default: "
+                          "connect 10, stall 30)")
+      ->type_name("SECONDS");
   findCommand->add_flag("--explain", find.explain,
                         "List the rejected candidates with their step, severity and message (see below)");
 

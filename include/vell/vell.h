@@ -6,6 +6,7 @@
 #include "vell/context.h"
 #include "vell/elf_identity.h"
 #include "vell/file_search.h"
+#include "vell/http_retriever.h"
 #include "vell/objects.h"
 #include "vell/platform.h"
 #include "vell/library_catalogs.h"

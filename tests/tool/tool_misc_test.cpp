@@ -229,7 +229,8 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
   EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
                                    "--cache", "--result-dir", "--kernel-release", "--suggest", "--steps",
-                                   "--all", "--explain", "--build-id", "--no-build-id", "--debug-dir"}),
+                                   "--all", "--explain", "--build-id", "--no-build-id", "--debug-dir", "--server",
+                                   "--no-servers", "--server-timeout"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");
