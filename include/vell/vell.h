@@ -3,6 +3,7 @@
 
 #include "vell/callbacks.h"
 #include "vell/context.h"
+#include "vell/directory_index.h"
 #include "vell/file_search.h"
 #include "vell/objects.h"
 #include "vell/platform.h"
