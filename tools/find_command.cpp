@@ -238,6 +238,14 @@ ObjectPtr<IValidFile> search(IFileSearch &fileSearch, const FindRequest &request
 } // namespace
 
 int runFind(const GlobalOptions &global, const FindOptions &options) {
+  FindReport report;
+  const int status = findOne(global, options, ObjectPtr<IDirectoryIndex>(), report);
+  printFindReport(report, global.json);
+  return status;
+}
+
+int findOne(const GlobalOptions &global, const FindOptions &options, const ObjectPtr<IDirectoryIndex> &index,
+            FindReport &report) {
   FindRequest request = checkOptions(global, options);
 
   // Compressed kernel images are extracted under the cache root.
@@ -280,13 +288,15 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
     mgr.registerNoFilesFoundCallback(commandLine, CLIENT_ID, &rejections);
 
   ObjectPtr<IFileSearch> fileSearch =
-      mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
+      index ? createIndexedFileSearch(mgr.createSearchEnv(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>()),
+                                      index)
+            : mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = options.explain ? &recorder : checks.callback();
   ObjectPtr<IValidFile> found = search(*fileSearch, request, options, validator);
 
-  FindReport report;
+  report = FindReport();
   report.category = request.category;
   report.name = request.name;
   report.found = found;
@@ -296,7 +306,6 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
     report.files = allFiles.files();
   if (options.explain)
     report.setRejections(rejections.rejected(), recorder.rejections());
-  printFindReport(report, global.json);
   return found ? kExitSuccess : kExitNotFound;
 }
 

@@ -38,7 +38,7 @@ json rejectionJson(const Rejection &rejection) {
               {"message", rejection.message}};
 }
 
-void printJson(const FindReport &report) {
+json reportJson(const FindReport &report) {
   json out{{"name", report.name}, {"category", categoryName(report.category)}, {"found", bool(report.found)}};
   if (report.found) {
     out["path"] = report.found->name();
@@ -62,7 +62,7 @@ void printJson(const FindReport &report) {
     // those of the requested checks can be seen.
     out["rejectedComplete"] = !report.found;
   }
-  std::cout << out.dump(2) << "\n";
+  return out;
 }
 
 void printText(const FindReport &report) {
@@ -104,9 +104,11 @@ void FindReport::setRejections(const std::vector<ObjectPtr<IInvalidFile>> &fromS
 
 void printFindReport(const FindReport &report, bool json) {
   if (json)
-    printJson(report);
+    std::cout << reportJson(report).dump(2) << "\n";
   else
     printText(report);
 }
+
+json findReportJson(const FindReport &report) { return reportJson(report); }
 
 } // namespace vell_tool
