@@ -257,6 +257,14 @@ ObjectPtr<IValidFile> search(IFileSearch &fileSearch, const FindRequest &request
 } // namespace
 
 int runFind(const GlobalOptions &global, const FindOptions &options) {
+  FindReport report;
+  const int status = findOne(global, options, ObjectPtr<IDirectoryIndex>(), report);
+  printFindReport(report, global.json);
+  return status;
+}
+
+int findOne(const GlobalOptions &global, const FindOptions &options, const ObjectPtr<IDirectoryIndex> &index,
+            FindReport &report) {
   FindRequest request = checkOptions(global, options);
   std::unique_ptr<ServerRetrieval> servers =
       ServerRetrieval::create(request.category, request.name, request.buildId, options.remote);
@@ -325,7 +333,9 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   RecordingValidator recorder(checks.callback(), tracker);
 
   ObjectPtr<IFileSearch> fileSearch =
-      mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
+      index ? createIndexedFileSearch(mgr.createSearchEnv(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>()),
+                                      index)
+            : mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = trackSteps ? &recorder : checks.callback();
@@ -335,7 +345,7 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   activity.finish();
   progress.stop();
 
-  FindReport report;
+  report = FindReport();
   report.category = request.category;
   report.name = request.name;
   report.found = found;
@@ -352,7 +362,6 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   report.unreadable = activity.unreadableDirectories();
   if (verbose)
     printStepSummary(std::cerr, activity, report.rejected, found);
-  printFindReport(report, global.json);
   return found ? kExitSuccess : kExitNotFound;
 }
 

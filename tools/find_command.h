@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "vell/directory_index.h"
+
+#include "find_report.h"
 #include "global_options.h"
 #include "server_retrieval.h"
 
@@ -36,5 +39,11 @@ struct FindOptions {
 // Runs the search and prints its outcome; returns the exit status. Throws
 // BadInput for bad input, before anything is searched.
 int runFind(const GlobalOptions &global, const FindOptions &options);
+
+// Runs the search and fills report; returns the exit status. Recursive
+// directories are walked through index unless it is null. Throws BadInput
+// for bad input, before anything is searched.
+int findOne(const GlobalOptions &global, const FindOptions &options,
+            const VELL_2_13::ObjectPtr<VELL_2_13::IDirectoryIndex> &index, FindReport &report);
 
 } // namespace vell_tool

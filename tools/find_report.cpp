@@ -67,7 +67,7 @@ json retrievalJson(const RetrievalNote &note) {
   return out;
 }
 
-void printJson(const FindReport &report) {
+json reportJson(const FindReport &report) {
   json out{{"category", categoryName(report.category)}, {"found", bool(report.found)}};
   putText(out, "name", report.name);
   if (report.found) {
@@ -103,7 +103,7 @@ void printJson(const FindReport &report) {
   }
   if (report.retrieval.attempted)
     out["retrieved"] = retrievalJson(report.retrieval);
-  std::cout << documentText(out) << "\n";
+  return out;
 }
 
 void printText(const FindReport &report) {
@@ -164,9 +164,11 @@ void FindReport::setRejections(const std::vector<ObjectPtr<IInvalidFile>> &fromS
 
 void printFindReport(const FindReport &report, bool json) {
   if (json)
-    printJson(report);
+    std::cout << documentText(reportJson(report)) << "\n";
   else
     printText(report);
 }
+
+json findReportJson(const FindReport &report) { return reportJson(report); }
 
 } // namespace vell_tool

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "vell/results.h"
 
 #include "build_id_search.h"
@@ -34,5 +36,7 @@ struct FindReport {
 };
 
 void printFindReport(const FindReport &report, bool json);
+// The report as the JSON object that --json prints.
+nlohmann::json findReportJson(const FindReport &report);
 
 } // namespace vell_tool

@@ -1,5 +1,6 @@
 // Entry point of the vell command-line tool: parses the command line and runs
 // one command.
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -10,6 +11,7 @@
 #include "vell/platform.h"
 
 #include "archive_command.h"
+#include "batch_options.h"
 #include "catalog_location.h"
 #include "dirs_command.h"
 #include "file_commands.h"
@@ -187,6 +189,7 @@ int runTool(int argc, char **argv) {
   app.fallthrough();
   app.footer(MAIN_FOOTER);
 
+  std::vector<std::string> args = joinStepsValues(argc, argv);
   GlobalOptions global;
   app.add_flag("-v,--verbose", global.verbosity,
                "On standard error: -v per search step what was tried, how many candidates, the "
@@ -208,10 +211,14 @@ int runTool(int argc, char **argv) {
       app.add_subcommand("find", "Resolve one binary (bin), debug-symbol file (sym) or source file (src) and "
                                  "print its path, confidence and the step that found it");
   findCommand->footer(FIND_FOOTER);
-  findCommand->add_option("category", find.category, "bin, sym or src")->type_name("CATEGORY")->required();
+  // With --batch the requests come on standard input instead.
+  const bool batchRequested = std::find(args.begin(), args.end(), "--batch") != args.end();
+  findCommand->add_option("category", find.category, "bin, sym or src")
+      ->type_name("CATEGORY")
+      ->required(!batchRequested);
   findCommand->add_option("name", find.name, "The file's name or recorded path")
       ->type_name("NAME")
-      ->required();
+      ->required(!batchRequested);
   findCommand
       ->add_option("--binary", find.binary,
                    "The binary a symbol or source file belongs to (must exist); symbol files are "
@@ -294,6 +301,11 @@ int runTool(int argc, char **argv) {
       ->type_name("SECONDS");
   findCommand->add_flag("--explain", find.explain,
                         "List the rejected candidates with their step, severity and message (see below)");
+  BatchOptions batch;
+  findCommand->add_flag("--batch", batch.enabled, BATCH_OPTION_HELP);
+  findCommand->add_flag("--no-index", batch.noIndex,
+                        "With --batch: walk recursive directories for every request instead of listing "
+                        "them once");
 
   CLI::App *dirsCommand = app.add_subcommand("dirs", "Manage the user's own search directories");
   dirsCommand->footer(DIRS_FOOTER);
@@ -347,7 +359,6 @@ int runTool(int argc, char **argv) {
       ->required();
   extractCommand->add_option("output", output, "The file to write")->type_name("OUTPUT")->required();
 
-  std::vector<std::string> args = joinStepsValues(argc, argv);
   const bool json = jsonRequested(args);
   const std::string unknown = unknownCommand(app, args);
   if (!unknown.empty())
@@ -369,6 +380,10 @@ int runTool(int argc, char **argv) {
   try {
     rejectEmptyValues(app);
     configureLibrary(global);
+    if (findCommand->parsed() && batch.noIndex && !batch.enabled)
+      throw BadInput("--no-index applies with --batch only");
+    if (findCommand->parsed() && batch.enabled)
+      return runBatchCommand(global, find, batch);
     if (findCommand->parsed())
       return runFind(global, find);
     if (dirsAdd->parsed())

@@ -4,6 +4,7 @@
 #include "vell/callback_lifetime.h"
 #include "vell/callbacks.h"
 #include "vell/context.h"
+#include "vell/directory_index.h"
 #include "vell/elf_identity.h"
 #include "vell/file_search.h"
 #include "vell/http_retriever.h"

@@ -76,6 +76,7 @@ bool BasicFileSearchStrategy::findInSearchDirs(ISearchResultsContainer &containe
 bool BasicFileSearchStrategy::searchDirPass(const ObjectPtr<ISearchDirIterator> &dirs, bool highPriority,
                                             ISearchResultsContainer &container) {
   FilesFinder finder(highPriority ? ssHighPrioritySearchDirs : ssLowPrioritySearchDirs, this);
+  finder.setDirectoryIndex(directoryIndex());
   if (dirs) {
     dirs->reset();
     const char *name = nullptr;
@@ -102,6 +103,7 @@ bool BasicFileSearchStrategy::findInSystemDirs(ISearchResultsContainer &containe
   if (isGuestName(m_fileName))
     return false;
   FilesFinder finder(ssSystemDirs, this);
+  finder.setDirectoryIndex(directoryIndex());
   fillSystemDirs(finder);
   return finder.find(m_fileName.c_str(), container);
 }
@@ -110,6 +112,7 @@ bool BasicFileSearchStrategy::findInCacheDir(ISearchResultsContainer &container)
   if (!m_searchEnv)
     return false;
   FilesFinder finder(ssCacheSearchDir, this);
+  finder.setDirectoryIndex(directoryIndex());
   const std::string bareName = utils::getFileNameOnly(m_fileName.c_str());
   const char *cacheDir = m_searchEnv->cacheDir();
   if (!cacheDir || !*cacheDir) {
@@ -125,6 +128,7 @@ bool BasicFileSearchStrategy::findInArchiveDirs(ISearchResultsContainer &contain
   if (!m_searchEnv)
     return false;
   FilesFinder finder(ssArchiveSearchDirs, this);
+  finder.setDirectoryIndex(directoryIndex());
   const std::string bareName = utils::getFileNameOnly(m_fileName.c_str());
   // Every archive directory keeps one subdirectory per file name, walked
   // recursively whatever the entry's own flags say.

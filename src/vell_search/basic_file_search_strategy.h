@@ -30,9 +30,13 @@ public:
             ISearchResultsContainer &container, bool &skipDir) override;
   virtual search_category_t getCategorySpecific() = 0;
   virtual void fillSystemDirs(ISearchDirectoryContainer &container) = 0;
+  // Recursive walks of every step are answered by index from now on; null
+  // (the default) walks the file system. Not owned.
+  void setDirectoryIndex(DirectoryIndex *index) { m_directoryIndex = index; }
 
 protected:
   const std::string &fileName() const { return m_fileName; }
+  DirectoryIndex *directoryIndex() const { return m_directoryIndex; }
 
 private:
   bool findInSearchDirs(ISearchResultsContainer &container, bool highPriority);
@@ -41,6 +45,7 @@ private:
 
   ISearchEnv *m_searchEnv;
   std::string m_fileName;
+  DirectoryIndex *m_directoryIndex = nullptr;
 };
 
 // Marks a file of a guest system kept under a search directory.

@@ -5,6 +5,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "platform/log.h"
+#include "vell_index/directory_index.h"
 #include "vell_search/bin_file_search_strategy.h"
 #include "vell_search/src_file_search_strategy.h"
 #include "vell_search/sym_file_search_strategy.h"
@@ -37,6 +38,12 @@ FileSearch::FileSearch(const ObjectPtr<ISearchEnv> &env) : m_pSearchEnv(env), m_
     if (utils::createUniqueTempDir(m_tempDir) != 0)
       m_tempDir.clear();
   }
+}
+
+FileSearch::FileSearch(const ObjectPtr<ISearchEnv> &env, const ObjectPtr<IDirectoryIndex> &index)
+    : FileSearch(env) {
+  m_directoryIndex = index;
+  m_index = dynamic_cast<DirectoryIndex *>(index.get());
 }
 
 FileSearch::~FileSearch() {
@@ -87,6 +94,7 @@ ObjectPtr<IValidFile> FileSearch::internalFindBinFile(const char *binName,
                       binName);
   const std::string name = utils::getCanonicalName(binName, false);
   BinFileSearchStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator);
+  strategy.setDirectoryIndex(m_index);
   return findFile(strategy, validator, suggestedPath, searchStepsMask);
 }
 
@@ -105,6 +113,7 @@ ObjectPtr<IValidFile> FileSearch::findSymFile(const char *symName, const char *b
   // The hint names the binary on the system the file retriever fetches from.
   SymFileSearchStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator, progressCallback, binary,
                                  textOrEmpty(checksum), textOrEmpty(symbolSearchHint));
+  strategy.setDirectoryIndex(m_index);
   VELL_LOG_INFO("Searching sym file:" << name << ", binary file:" << binary
                                       << ", checksum:" << textOrEmpty(checksum));
   return findFile(strategy, validator, suggestedPath, 0);
@@ -121,6 +130,7 @@ ObjectPtr<IValidFile> FileSearch::findSrcFile(const char *srcName, const char *b
   const std::string name = utils::getCanonicalName(srcName, false);
   const std::string binary = utils::getCanonicalName(binName, false);
   SrcFileSearchStrategy strategy(m_pSearchEnv.get(), name, &validator, binary, textOrEmpty(checksum));
+  strategy.setDirectoryIndex(m_index);
   VELL_LOG_INFO("Searching src file:" << name << ", binary file:" << binary
                                       << ", checksum:" << textOrEmpty(checksum));
   return findFile(strategy, validator, suggestedPath, 0);

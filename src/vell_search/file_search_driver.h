@@ -4,17 +4,21 @@
 
 #include <string>
 
+#include "vell/directory_index.h"
 #include "vell/file_search.h"
 #include "vell_search/confidence_policy.h"
 #include "vell_search/file_search_strategy.h"
 
 namespace VELL_2_13 {
 
+class DirectoryIndex;
 class Validator;
 
 class FileSearch : public RefCountImpl<IFileSearch> {
 public:
   explicit FileSearch(const ObjectPtr<ISearchEnv> &env);
+  // A search whose recursive walks are answered by index (not null).
+  FileSearch(const ObjectPtr<ISearchEnv> &env, const ObjectPtr<IDirectoryIndex> &index);
   ~FileSearch() override;
 
   ObjectPtr<IValidFile> findBinFile(const char *binName, IValidatorCallback *validatorCallback,
@@ -42,6 +46,9 @@ private:
   ObjectPtr<ISearchEnv> m_pSearchEnv;
   ConfidenceLevelPolicyWrapper m_confidencePolicy;
   std::string m_tempDir;
+  // Null unless the host asked for an indexed search.
+  ObjectPtr<IDirectoryIndex> m_directoryIndex;
+  DirectoryIndex *m_index = nullptr;
 };
 
 } // namespace VELL_2_13

@@ -2,41 +2,42 @@
 // walk that offers one constructed candidate per directory.
 #include "vell_search/files_finder.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstddef>
-#include <cstring>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <boost/filesystem/path.hpp>
 
+#include "vell_index/directory_index.h"
+#include "vell_search/directory_reader.h"
 #include "vell_search/search_observer.h"
 
 namespace VELL_2_13 {
 
 namespace {
 
-// Closes a file descriptor when it goes out of scope.
-class ScopedFd {
-public:
-  explicit ScopedFd(int fd) : m_fd(fd) {}
-  ~ScopedFd() { ::close(m_fd); }
-  ScopedFd(const ScopedFd &) = delete;
-  ScopedFd &operator=(const ScopedFd &) = delete;
+// Collects the paths of the subdirectories of dir in listing order. False when
+// the directory cannot be read completely.
+bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories) {
+  const walker::ScopedFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0)
+    return false;
+  const boost::filesystem::path base(dir);
+  return walker::readEntries(fd.get(), [&](const char *name, unsigned char type) {
+    bool isDirectory = false;
+    if (!walker::classifyEntry(fd.get(), type, name, isDirectory))
+      return false;
+    if (isDirectory)
+      subdirectories.push_back((base / name).string());
+    return true;
+  });
+}
 
-private:
-  int m_fd;
-};
+} // namespace
 
-// Whether an entry of an open directory is a directory once symbolic links
-// are followed. The listing's own file type answers for everything but links
-// and unknown types, which alone cost a status query. Returns false on an
-// error other than "not found", which ends the walk of the directory.
+namespace walker {
+
 bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory) {
   isDirectory = false;
   switch (type) {
@@ -59,47 +60,7 @@ bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDire
   return errno == ENOENT || errno == ENOTDIR;
 }
 
-// Collects the paths of the subdirectories of dir in listing order. False when
-// the directory cannot be read completely. The entries are read straight from
-// the kernel: the C library's directory streams query the directory's status
-// once more when they open it, which would add a system call per directory.
-bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories) {
-  const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0)
-    return false;
-  ScopedFd closer(fd);
-  const boost::filesystem::path base(dir);
-  // Records are laid out as struct dirent64, each starting at an 8-byte
-  // boundary; only the fixed fields are read through the structure.
-  alignas(struct dirent64) char buffer[32768];
-  for (;;) {
-    const long filled = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
-    if (filled == 0)
-      return true;
-    if (filled < 0) {
-      if (errno == EINTR)
-        continue;
-      return false;
-    }
-    for (long offset = 0; offset < filled;) {
-      const char *record = buffer + offset;
-      unsigned short length = 0;
-      std::memcpy(&length, record + offsetof(struct dirent64, d_reclen), sizeof length);
-      const unsigned char type = static_cast<unsigned char>(record[offsetof(struct dirent64, d_type)]);
-      const char *name = record + offsetof(struct dirent64, d_name);
-      offset += length;
-      if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
-        continue;
-      bool isDirectory = false;
-      if (!classifyEntry(fd, type, name, isDirectory))
-        return false;
-      if (isDirectory)
-        subdirectories.push_back((base / name).string());
-    }
-  }
-}
-
-} // namespace
+} // namespace walker
 
 FilesFinder::FilesFinder(unsigned int step, ISearchDirectoryFindCallback *findCallback)
     : m_step(step), m_findCallback(findCallback) {}
@@ -123,8 +84,12 @@ bool FilesFinder::find(const char *name, ISearchResultsContainer &container) {
     if (record.recursive) {
       m_visitedDirectories.clear();
       const std::string bareName = boost::filesystem::path(fileName).filename().string();
-      if (findRecursively(record.path, bareName, container))
+      if (m_directoryIndex && DirectoryIndex::answers(bareName)) {
+        if (m_directoryIndex->findRecursively(record.path, bareName, container, m_step))
+          return true;
+      } else if (findRecursively(record.path, bareName, container)) {
         return true;
+      }
     }
   }
   return false;
@@ -153,11 +118,8 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
     return false;
   // A directory reached twice through links is walked once; only the inode
   // number is compared.
-  const unsigned long inode = st.st_ino;
-  if (std::find(m_visitedDirectories.begin(), m_visitedDirectories.end(), inode) !=
-      m_visitedDirectories.end())
+  if (!m_visitedDirectories.insert(static_cast<unsigned long>(st.st_ino)).second)
     return false;
-  m_visitedDirectories.push_back(inode);
   ISearchObserver *observer = searchObserver();
   if (observer && S_ISDIR(st.st_mode))
     observer->directoryWalked(dir.c_str());

@@ -3,11 +3,14 @@
 #pragma once
 
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "vell_search/search_interfaces.h"
 
 namespace VELL_2_13 {
+
+class DirectoryIndex;
 
 // Receives the directories a search step is to look in.
 class ISearchDirectoryContainer {
@@ -49,6 +52,9 @@ public:
   bool find(const char *name, ISearchResultsContainer &container);
 
   unsigned int step() const { return m_step; }
+  // Recursive records are then answered by the index, which offers the
+  // candidates of findRecursively that exist, in the same order. Not owned.
+  void setDirectoryIndex(DirectoryIndex *index) { m_directoryIndex = index; }
 
 private:
   struct search_dir {
@@ -59,7 +65,10 @@ private:
   unsigned int m_step;
   std::vector<search_dir> m_directories;
   ISearchDirectoryFindCallback *m_findCallback;
-  std::vector<unsigned long> m_visitedDirectories;
+  DirectoryIndex *m_directoryIndex = nullptr;
+  // Inode numbers of the directories entered by the recursive walk; a hash
+  // set keeps the loop guard at constant time per directory.
+  std::unordered_set<unsigned long> m_visitedDirectories;
 };
 
 } // namespace VELL_2_13

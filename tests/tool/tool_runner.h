@@ -56,6 +56,8 @@ public:
   // Sets (or, with an empty value, removes) a variable of the child's environment.
   void setEnv(const std::string &name, const std::string &value) { m_env[name] = value; }
   void setWorkingDirectory(const std::string &dir) { m_cwd = dir; }
+  // Standard input of later runs (by default the test's own).
+  void setInput(const std::string &content) { m_input = m_dirs.write("input", content); }
   // When the suite runs as root, later runs give up root in the child before the
   // tool starts and run as the unprivileged user and group "nobody" (65534), so
   // that file permissions apply to the tool. Does nothing for other users, whose
@@ -80,6 +82,11 @@ public:
         _exit(127);
       if (!m_cwd.empty() && chdir(m_cwd.c_str()) != 0)
         _exit(127);
+      if (!m_input.empty()) {
+        int inFd = ::open(m_input.c_str(), O_RDONLY);
+        if (inFd < 0 || dup2(inFd, 0) < 0)
+          _exit(127);
+      }
       // Groups first: after setuid the process may no longer change them. The
       // last check makes sure root cannot be taken back.
       if (m_unprivileged && (::setgroups(0, nullptr) != 0 || ::setgid(kNobodyId) != 0 ||
@@ -144,6 +151,7 @@ private:
   TempDir m_dirs;
   std::string m_home;
   std::string m_cwd;
+  std::string m_input;
   bool m_unprivileged = false;
   std::map<std::string, std::string> m_env;
   std::map<pid_t, std::pair<std::string, std::string>> m_outputs;

@@ -1,0 +1,351 @@
+// Measures thousands of look-ups over large trees with the directory index
+// against find(1) and fd (fdfind) in the same run: the plain walk, the
+// index's parallel listing, 1,000 names through the library and through
+// vell find --batch, a tree of 200,000 directories, and the index's memory.
+//
+// The trees (about 1.1 million files in all) are created once under
+// --trees DIR (default $VELL_BENCH_TREES, else /var/tmp/vell-bench-trees) and
+// reused by later runs. --cold also times walks after dropping the page cache
+// (root only: it writes /proc/sys/vm/drop_caches, which slows everything else
+// on the machine for a moment). --tool PATH names the vell tool (default: the
+// one of this build).
+#include <benchmark/benchmark.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "vell/directory_index.h"
+#include "vell/file_search.h"
+#include "vell/platform.h"
+#include "vell/search_env.h"
+
+using namespace VELL_2_13;
+namespace fs = std::filesystem;
+
+extern char **environ;
+
+namespace {
+
+constexpr int kLookups = 1000;
+const char *const kMissing = "no-such-file.so";
+
+// A tree of top x middle x leaf directories with files in every leaf.
+struct Shape {
+  const char *name;
+  int top;
+  int middle;
+  int leaves;
+  int filesPerLeaf;
+};
+
+const Shape kFiles100k{"files-100k", 10, 10, 100, 10};
+const Shape kFiles1m{"files-1m", 10, 50, 100, 20};
+const Shape kDirs200k{"dirs-200k", 20, 100, 100, 0};
+
+std::string leafPath(const std::string &root, int t, int m, int l) {
+  return root + "/t" + std::to_string(t) + "/m" + std::to_string(m) + "/l" + std::to_string(l);
+}
+
+std::string fileName(int t, int m, int l, int f) {
+  std::string name("f");
+  name += std::to_string(t);
+  name += '_';
+  name += std::to_string(m);
+  name += '_';
+  name += std::to_string(l);
+  name += '_';
+  name += std::to_string(f);
+  name += ".so";
+  return name;
+}
+
+// Creates the tree unless an earlier run completed it.
+std::string ensureTree(const std::string &trees, const Shape &shape) {
+  const std::string root = trees + "/" + shape.name;
+  const std::string marker = trees + "/" + shape.name + ".complete";
+  if (fs::exists(marker))
+    return root;
+  std::printf("creating %s (once) ...\n", root.c_str());
+  std::fflush(stdout);
+  const auto started = std::chrono::steady_clock::now();
+  std::error_code ignored;
+  fs::remove_all(root, ignored);
+  fs::create_directories(root);
+  for (int t = 0; t < shape.top; ++t) {
+    fs::create_directories(root + "/t" + std::to_string(t));
+    for (int m = 0; m < shape.middle; ++m) {
+      ::mkdir((root + "/t" + std::to_string(t) + "/m" + std::to_string(m)).c_str(), 0755);
+      for (int l = 0; l < shape.leaves; ++l) {
+        const std::string leaf = leafPath(root, t, m, l);
+        ::mkdir(leaf.c_str(), 0755);
+        for (int f = 0; f < shape.filesPerLeaf; ++f) {
+          const int fd = ::open((leaf + "/" + fileName(t, m, l, f)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+          if (fd >= 0)
+            ::close(fd);
+        }
+      }
+    }
+  }
+  std::ofstream(marker) << "complete\n";
+  std::printf("created in %.0f s\n", std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+  return root;
+}
+
+// 1,000 file names from leaves spread evenly over the tree.
+std::vector<std::string> lookupNames(const Shape &shape) {
+  std::vector<std::string> names;
+  const int leaves = shape.top * shape.middle * shape.leaves;
+  for (int i = 0; i < kLookups; ++i) {
+    const int leaf = static_cast<int>(static_cast<long>(i) * leaves / kLookups);
+    const int l = leaf % shape.leaves;
+    const int m = (leaf / shape.leaves) % shape.middle;
+    const int t = leaf / (shape.leaves * shape.middle);
+    names.push_back(fileName(t, m, l, i % shape.filesPerLeaf));
+  }
+  return names;
+}
+
+int runProcess(const std::vector<std::string> &args, const std::string &input = "") {
+  std::vector<char *> argv;
+  for (const std::string &arg : args)
+    argv.push_back(const_cast<char *>(arg.c_str()));
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  if (!input.empty())
+    posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
+  pid_t pid = 0;
+  const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0)
+    return -1;
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+double seconds(const std::function<void()> &run) {
+  const auto started = std::chrono::steady_clock::now();
+  run();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+}
+
+// The median of runs repetitions.
+double median(int runs, const std::function<void()> &run) {
+  std::vector<double> times;
+  for (int i = 0; i < runs; ++i)
+    times.push_back(seconds(run));
+  std::sort(times.begin(), times.end());
+  return times[times.size() / 2];
+}
+
+void dropCaches() {
+  ::sync();
+  std::ofstream("/proc/sys/vm/drop_caches") << "3\n";
+}
+
+bool canDropCaches() { return ::access("/proc/sys/vm/drop_caches", W_OK) == 0; }
+
+// A search whose only step walks root recursively, with or without index.
+ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<IDirectoryIndex> &index) {
+  auto dirs = IEditableSearchDirContainer::create();
+  dirs->addDirectory(scAllFiles, root.c_str(), true, false);
+  ObjectPtr<DefaultSearchStepsConfigurator> steps(new DefaultSearchStepsConfigurator());
+  for (search_category_t category : {scBinaryFiles, scSymbolFiles, scSourceFiles}) {
+    steps->setStep(search_step_t(0xFF), category, false);
+    steps->setStep(ssLowPrioritySearchDirs, category, true);
+  }
+  auto env = IEditableSearchEnv::create();
+  env->setSearchDirs(dirs);
+  env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(steps));
+  return index ? createIndexedFileSearch(env, index) : IFileSearch::create(env);
+}
+
+void findAll(IFileSearch &search, const std::vector<std::string> &names) {
+  for (const std::string &name : names)
+    if (!search.findBinFile(name.c_str(), nullptr, nullptr, 0))
+      std::fprintf(stderr, "not found: %s\n", name.c_str());
+}
+
+void row(const char *what, double vell, const char *peer, double peerSeconds) {
+  std::printf("%-62s %10.3f s   %-28s %8.3f s   ratio %.2f\n", what, vell, peer, peerSeconds, vell / peerSeconds);
+  std::fflush(stdout);
+}
+
+long statusKb(const char *field) {
+  std::ifstream in("/proc/self/status");
+  std::string line;
+  while (std::getline(in, line))
+    if (line.rfind(field, 0) == 0)
+      return std::atol(line.c_str() + std::strlen(field));
+  return 0;
+}
+
+// Builds the index of root in a child process (a clean heap) and prints its
+// own count of bytes and the child's peak resident memory above its start.
+void measureMemory(const std::string &root, const Shape &shape) {
+  std::fflush(stdout);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const long before = statusKb("VmRSS:");
+    ObjectPtr<IDirectoryIndex> index = IDirectoryIndex::create();
+    index->prepare(root.c_str());
+    const DirectoryIndexStatistics statistics = index->statistics();
+    const long peak = statusKb("VmHWM:");
+    const long after = statusKb("VmRSS:");
+    const double files = double(statistics.entries);
+    std::printf("index of %s: %zu directories, %zu entries, %zu distinct names\n", shape.name,
+                statistics.directories, statistics.entries, statistics.distinctNames);
+    std::printf("  counted: %.1f MB (%.1f bytes per entry); resident after: %.1f MB, peak: %.1f MB above the "
+                "start (%.1f MB per 1,000,000 entries)\n",
+                double(statistics.memoryBytes) / 1e6, double(statistics.memoryBytes) / files,
+                double(after - before) / 1e3, double(peak - before) / 1e3, double(peak - before) / 1e3 / files * 1e6);
+    std::fflush(stdout);
+    ::_exit(0);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+}
+
+struct Options {
+  std::string trees;
+  std::string tool;
+  bool cold = false;
+};
+
+void benchFileTree(const Options &options, const Shape &shape) {
+  const std::string root = ensureTree(options.trees, shape);
+  const std::vector<std::string> names = lookupNames(shape);
+  std::printf("\n== %s: %d directories, %d files\n", shape.name,
+              1 + shape.top + shape.top * shape.middle + shape.top * shape.middle * shape.leaves,
+              shape.top * shape.middle * shape.leaves * shape.filesPerLeaf);
+  // Warm the cache.
+  runProcess({"find", root, "-name", kMissing});
+
+  const double find = median(3, [&] { runProcess({"find", root, "-name", kMissing}); });
+  const double fd = median(3, [&] { runProcess({"fdfind", "-u", "-j2", "-g", kMissing, root}); });
+  ObjectPtr<IFileSearch> plain = recursiveSearch(root, ObjectPtr<IDirectoryIndex>());
+  const double walk = median(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
+  row("warm: plain walk, one missing name", walk, "find ROOT -name X", find);
+  row("warm: plain walk, one missing name", walk, "fdfind -u -j2 -g X ROOT", fd);
+  const double build = median(3, [&] { IDirectoryIndex::create()->prepare(root.c_str()); });
+  row("warm: index listing (2 threads)", build, "find ROOT -name X", find);
+  row("warm: index listing (2 threads)", build, "fdfind -u -j2 -g X ROOT", fd);
+
+  // Ten names walked without the index, for the per-name cost of today.
+  const std::vector<std::string> ten(names.begin(), names.begin() + 10);
+  const double tenPlain = seconds([&] { findAll(*plain, ten); });
+  std::printf("%-62s %10.3f s per name\n", "plain walk, 10 of the names (average)", tenPlain / 10);
+
+  ObjectPtr<IDirectoryIndex> index = IDirectoryIndex::create();
+  ObjectPtr<IFileSearch> indexed = recursiveSearch(root, index);
+  const double thousand = seconds([&] { findAll(*indexed, names); });
+  row("index: 1,000 names, listing included", thousand, "one find ROOT -name X", find);
+  const double again = seconds([&] { findAll(*indexed, names); });
+  std::printf("%-62s %10.1f us per name\n", "index: the same 1,000 names again (tree listed)", again / kLookups * 1e6);
+  const double missing = seconds([&] {
+    for (int i = 0; i < kLookups; ++i)
+      indexed->findBinFile(kMissing, nullptr, nullptr, 0);
+  });
+  std::printf("%-62s %10.1f us per name\n", "index: a missing name, 1,000 times", missing / kLookups * 1e6);
+
+  if (!options.tool.empty() && fs::exists(options.tool)) {
+    const std::string input = options.trees + "/" + shape.name + ".requests";
+    {
+      std::ofstream out(input);
+      for (const std::string &name : names)
+        out << "{\"category\": \"bin\", \"name\": \"" << name << "\"}\n";
+    }
+    const std::string dir = "all:r=" + root;
+    const double batch = median(3, [&] { runProcess({options.tool, "find", "--batch", "--dir", dir}, input); });
+    row("vell find --batch: 1,000 requests, one process", batch, "one find ROOT -name X", find);
+  } else {
+    std::printf("vell tool not found (--tool PATH): batch not measured\n");
+  }
+
+  if (options.cold) {
+    dropCaches();
+    const double findCold = seconds([&] { runProcess({"find", root, "-name", kMissing}); });
+    dropCaches();
+    const double fdCold = seconds([&] { runProcess({"fdfind", "-u", "-j2", "-g", kMissing, root}); });
+    dropCaches();
+    const double walkCold = seconds([&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
+    dropCaches();
+    const double buildCold = seconds([&] { IDirectoryIndex::create()->prepare(root.c_str()); });
+    row("cold: plain walk, one missing name", walkCold, "find ROOT -name X", findCold);
+    row("cold: plain walk, one missing name", walkCold, "fdfind -u -j2 -g X ROOT", fdCold);
+    row("cold: index listing (2 threads)", buildCold, "fdfind -u -j2 -g X ROOT", fdCold);
+    row("cold: index listing (2 threads)", buildCold, "find ROOT -name X", findCold);
+  }
+  measureMemory(root, shape);
+}
+
+void benchDirectoryTree(const Options &options, const Shape &shape) {
+  const std::string root = ensureTree(options.trees, shape);
+  std::printf("\n== %s: %d directories, no files\n", shape.name,
+              1 + shape.top + shape.top * shape.middle + shape.top * shape.middle * shape.leaves);
+  runProcess({"find", root, "-name", kMissing});
+  const double find = median(3, [&] { runProcess({"find", root, "-name", kMissing}); });
+  ObjectPtr<IFileSearch> plain = recursiveSearch(root, ObjectPtr<IDirectoryIndex>());
+  const double walk = median(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
+  row("warm: plain walk, one missing name", walk, "find ROOT -name X", find);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  platform::configureLogging(platform::LogLevel::Off);
+  Options options;
+  const char *fromEnvironment = std::getenv("VELL_BENCH_TREES");
+  options.trees = fromEnvironment && *fromEnvironment ? fromEnvironment : "/var/tmp/vell-bench-trees";
+  options.tool = (fs::path(fs::read_symlink("/proc/self/exe")).parent_path().parent_path() / "tools" / "vell").string();
+  std::vector<std::string> only;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--trees" && i + 1 < argc)
+      options.trees = argv[++i];
+    else if (arg == "--tool" && i + 1 < argc)
+      options.tool = argv[++i];
+    else if (arg == "--cold")
+      options.cold = true;
+    else if (arg == "--only" && i + 1 < argc)
+      only.push_back(argv[++i]);
+    else {
+      std::fprintf(stderr, "usage: %s [--trees DIR] [--tool PATH] [--cold] [--only files-100k|files-1m|dirs-200k]\n",
+                   argv[0]);
+      return 2;
+    }
+  }
+  if (options.cold && !canDropCaches()) {
+    std::fprintf(stderr, "--cold needs write access to /proc/sys/vm/drop_caches\n");
+    return 2;
+  }
+  fs::create_directories(options.trees);
+  auto wanted = [&](const Shape &shape) {
+    return only.empty() || std::find(only.begin(), only.end(), shape.name) != only.end();
+  };
+  std::printf("trees under %s; times are medians of 3 runs unless cold\n", options.trees.c_str());
+  if (wanted(kFiles100k))
+    benchFileTree(options, kFiles100k);
+  if (wanted(kFiles1m))
+    benchFileTree(options, kFiles1m);
+  if (wanted(kDirs200k))
+    benchDirectoryTree(options, kDirs200k);
+  benchmark::DoNotOptimize(options);
+  return 0;
+}
