@@ -59,7 +59,9 @@ std::vector<std::string> debugFileCandidates(const std::string &binaryPath, cons
   for (const std::string &root : rootsOf(locations))
     addOnce(candidates, buildIdPath(root, buildId, ".debug"));
 
-  if (!binary || binary->debugLinkName.empty())
+  // A debug link names a file, never a path: one that would lead elsewhere is ignored.
+  if (!binary || binary->debugLinkName.empty() || binary->debugLinkName.find('/') != std::string::npos ||
+      binary->debugLinkName == "." || binary->debugLinkName == "..")
     return candidates;
   // The debug link names the file; it may sit in three places around the binary.
   fs::path given = fs::path(binaryPath).lexically_normal();

@@ -140,6 +140,21 @@ TEST_F(DebugFilesTest, BinaryReachedThroughASymlinkAlsoGetsItsRealDirectory) {
   EXPECT_EQ(fs::canonical(binDir).string() + "/prog.debug", candidates[5]);
 }
 
+TEST_F(DebugFilesTest, DebugLinkThatNamesAPathIsIgnored) {
+  std::string hostile = tmp.sub("usr/bin/hostile");
+  vell_test::copyFile(fixture.prog.full, hostile);
+  vell_test::runShell("cd '" + tmp.path() + "' && mkdir -p up && cp '" + fixture.prog.debug +
+                      "' up/x.debug && objcopy --add-gnu-debuglink=up/x.debug '" + hostile + "'");
+  // objcopy records the base name only; write a path into the section by hand.
+  vell_test::runShell("cd '" + tmp.path() + "' && printf '../../up/x.debug\\0\\0\\0\\0\\0\\0\\0\\0' > link.bin && "
+                      "objcopy --update-section .gnu_debuglink=link.bin '" + hostile + "'");
+  std::optional<ElfIdentity> identity = readElfIdentity(hostile);
+  ASSERT_TRUE(identity.has_value());
+  ASSERT_EQ("../../up/x.debug", identity->debugLinkName);
+  Strings expected = {byBuildId(globalDebug, fixture.prog), byBuildId(symbols, fixture.prog)};
+  EXPECT_EQ(expected, debugFileCandidates(hostile, "", locations));
+}
+
 TEST_F(DebugFilesTest, BinaryCandidatesByBuildIdHaveNoSuffix) {
   Strings expected = {globalDebug + "/.build-id/ab/cdef", symbols + "/.build-id/ab/cdef"};
   EXPECT_EQ(expected, binaryCandidatesByBuildId("ABCDEF", locations));
