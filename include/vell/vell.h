@@ -3,6 +3,7 @@
 
 #include "vell/callbacks.h"
 #include "vell/context.h"
+#include "vell/debug_files.h"
 #include "vell/elf_identity.h"
 #include "vell/file_search.h"
 #include "vell/objects.h"
