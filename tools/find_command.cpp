@@ -175,7 +175,8 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     requireDirectory("--result-dir", options.resultDir);
     request.resultDir = absolutePath(options.resultDir);
   }
-  request.buildId = checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
+  request.buildId =
+      checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
   if (!options.debugDir.empty())
     request.debugDir = absolutePath(options.debugDir);
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
@@ -287,8 +288,8 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   // Build IDs and debug links: suggestions ahead of the steps and an identity check.
   std::unique_ptr<BuildIdSearch> buildIdSearch;
   if (BuildIdSearch::applies(request.category, request.binary, request.buildId, options.noBuildId)) {
-    buildIdSearch = std::make_unique<BuildIdSearch>(mgr, commandLine, CLIENT_ID, request.category, request.binary,
-                                                    request.buildId, request.debugDir);
+    buildIdSearch = std::make_unique<BuildIdSearch>(mgr, commandLine, CLIENT_ID, request.category,
+                                                    request.binary, request.buildId, request.debugDir);
     checks.all.add(buildIdSearch->check());
   }
 

@@ -222,7 +222,6 @@ std::optional<ElfIdentity> readElfIdentity(const std::string &path) {
   return identity;
 }
 
-
 std::optional<std::string> normalizeBuildId(const std::string &text) {
   std::string_view digits(text);
   if (digits.size() >= 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X'))
