@@ -231,9 +231,7 @@ std::optional<std::string> normalizeBuildId(const std::string &text) {
   std::string result;
   result.reserve(digits.size());
   for (char c : digits) {
-    if (c >= '0' && c <= '9')
-      result += c;
-    else if (c >= 'a' && c <= 'f')
+    if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))
       result += c;
     else if (c >= 'A' && c <= 'F')
       result += static_cast<char>(c - 'A' + 'a');
