@@ -27,10 +27,10 @@ const char *const kLibc = "/lib/x86_64-linux-gnu/libc.so.6";
 
 struct Files {
   std::string dir;
-  std::string libcDebug;  // empty when libc6-dbg is missing
-  std::string small;      // a small debug file built here
-  std::string big;        // the same with a 256 MiB section added
-  std::string binary;     // its stripped binary
+  std::string libcDebug; // empty when libc6-dbg is missing
+  std::string small;     // a small debug file built here
+  std::string big;       // the same with a 256 MiB section added
+  std::string binary;    // its stripped binary
 };
 
 Files *g_files = nullptr;
@@ -53,8 +53,8 @@ void setUp() {
   const std::string &d = g_files->dir = pattern;
   std::optional<ElfIdentity> libc = readElfIdentity(kLibc);
   if (libc && libc->buildId.size() > 2) {
-    std::string path = "/usr/lib/debug/.build-id/" + libc->buildId.substr(0, 2) + "/" + libc->buildId.substr(2) +
-                       ".debug";
+    std::string path =
+        "/usr/lib/debug/.build-id/" + libc->buildId.substr(0, 2) + "/" + libc->buildId.substr(2) + ".debug";
     if (fs::exists(path))
       g_files->libcDebug = path;
   }
@@ -161,8 +161,8 @@ void printRatio(const std::string &ours, const std::string &theirs) {
   auto b = g_secondsPerRun.find(theirs);
   if (a == g_secondsPerRun.end() || b == g_secondsPerRun.end())
     return;
-  std::printf("%-15s %10.1f us   %-15s %10.1f us   ratio %.4f\n", ours.c_str(), a->second * 1e6, theirs.c_str(),
-              b->second * 1e6, a->second / b->second);
+  std::printf("%-15s %10.1f us   %-15s %10.1f us   ratio %.4f\n", ours.c_str(), a->second * 1e6,
+              theirs.c_str(), b->second * 1e6, a->second / b->second);
 }
 
 } // namespace

@@ -32,8 +32,8 @@ bool BuildIdSearch::applies(search_category_t category, const std::string &binar
 }
 
 BuildIdSearch::BuildIdSearch(IResolutionContextMgr &mgr, IResolutionContext &context, const char *clientId,
-                             search_category_t category, const std::string &binary, const std::string &buildId,
-                             const std::string &debugDir)
+                             search_category_t category, const std::string &binary,
+                             const std::string &buildId, const std::string &debugDir)
     : m_recorded(buildId) {
   // The roots are the directories this search would search anyway.
   ObjectPtr<ISearchEnv> env = mgr.createSearchEnv(context, clientId, ObjectPtr<IEnvironmentInfo>());

@@ -187,7 +187,8 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     requireDirectory("--result-dir", options.resultDir);
     request.resultDir = absolutePath(options.resultDir);
   }
-  request.buildId = checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
+  request.buildId =
+      checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
   if (!options.debugDir.empty())
     request.debugDir = absolutePath(options.debugDir);
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
@@ -325,8 +326,8 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   // Build IDs and debug links: suggestions ahead of the steps and an identity check.
   std::unique_ptr<BuildIdSearch> buildIdSearch;
   if (BuildIdSearch::applies(request.category, request.binary, request.buildId, options.noBuildId)) {
-    buildIdSearch = std::make_unique<BuildIdSearch>(mgr, commandLine, CLIENT_ID, request.category, request.binary,
-                                                    request.buildId, request.debugDir);
+    buildIdSearch = std::make_unique<BuildIdSearch>(mgr, commandLine, CLIENT_ID, request.category,
+                                                    request.binary, request.buildId, request.debugDir);
     checks.all.add(buildIdSearch->check());
   }
 

@@ -82,9 +82,10 @@ json reportJson(const FindReport &report) {
     out["step"] = nullptr;
   }
   if (report.buildId)
-    out["buildId"] = json{{"expected", report.buildId->expected.empty() ? json() : json(report.buildId->expected)},
-                          {"source", report.buildId->source},
-                          {"found", report.buildId->found.empty() ? json() : json(report.buildId->found)}};
+    out["buildId"] =
+        json{{"expected", report.buildId->expected.empty() ? json() : json(report.buildId->expected)},
+             {"source", report.buildId->source},
+             {"found", report.buildId->found.empty() ? json() : json(report.buildId->found)}};
   if (report.listAll) {
     out["files"] = json::array();
     for (const auto &file : report.files)

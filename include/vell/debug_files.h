@@ -45,7 +45,8 @@ struct VELL_API DebugFileLocations {
 
 // "<root>/.build-id/xx/yyyy...<suffix>" for a lowercase hex build ID; empty
 // when the ID has fewer than three digits.
-VELL_API std::string buildIdPath(const std::string &root, const std::string &buildId, const std::string &suffix);
+VELL_API std::string buildIdPath(const std::string &root, const std::string &buildId,
+                                 const std::string &suffix);
 
 // The places where the debug file of a binary may be, in the order to try:
 //  1. <root>/.build-id/xx/yyyy.debug for the global debug directory, then for
@@ -91,8 +92,10 @@ public:
   const std::string &recordedBuildId() const { return m_recordedBuildId; }
 
   bool binFileSearchStarted(const char *binName, IStringContainer &names) override;
-  bool symFileSearchStarted(const char *key1, const char *key2, const char *key3, IStringContainer &names) override;
-  bool srcFileSearchStarted(const char *key1, const char *key2, const char *key3, IStringContainer &names) override;
+  bool symFileSearchStarted(const char *key1, const char *key2, const char *key3,
+                            IStringContainer &names) override;
+  bool srcFileSearchStarted(const char *key1, const char *key2, const char *key3,
+                            IStringContainer &names) override;
 
 private:
   DebugFileLocations m_symbolLocations;
@@ -118,7 +121,8 @@ private:
 class VELL_API ElfIdentityValidator : public IValidatorCallback {
 public:
   ElfIdentityValidator(search_category_t category, const std::string &binaryPath,
-                       const std::string &recordedBuildId = std::string(), IValidatorCallback *inner = nullptr);
+                       const std::string &recordedBuildId = std::string(),
+                       IValidatorCallback *inner = nullptr);
 
   int validate(const char *fileName, IErrorInfoContainer &errorInfo) override;
 
@@ -129,7 +133,8 @@ public:
 
 private:
   int judge(const char *fileName, IErrorInfoContainer &errorInfo) const;
-  int judgeSymbolFile(const char *fileName, const ElfIdentity &candidate, IErrorInfoContainer &errorInfo) const;
+  int judgeSymbolFile(const char *fileName, const ElfIdentity &candidate,
+                      IErrorInfoContainer &errorInfo) const;
 
   search_category_t m_category;
   std::string m_binaryPath;

@@ -4,6 +4,7 @@
 #include "vell/callback_lifetime.h"
 #include "vell/callbacks.h"
 #include "vell/context.h"
+#include "vell/debug_files.h"
 #include "vell/directory_index.h"
 #include "vell/elf_identity.h"
 #include "vell/file_search.h"

@@ -44,9 +44,8 @@ bool BuildIdSearchStartedCallback::setRecordedBuildId(const std::string &buildId
 }
 
 bool BuildIdSearchStartedCallback::binFileSearchStarted(const char *binName, IStringContainer &names) {
-  bool proceed = askInner(m_inner, [&](ISearchStartedCallback &inner) {
-    return inner.binFileSearchStarted(binName, names);
-  });
+  bool proceed = askInner(
+      m_inner, [&](ISearchStartedCallback &inner) { return inner.binFileSearchStarted(binName, names); });
   if (!m_recordedBuildId.empty())
     suggest(binaryCandidatesByBuildId(m_recordedBuildId, m_binaryLocations), names);
   return proceed;

@@ -25,8 +25,8 @@ std::vector<std::string> rootsOf(const DebugFileLocations &locations) {
   return roots;
 }
 
-void addDebugLinkPlaces(std::vector<std::string> &list, const fs::path &binaryDir, const std::string &linkName,
-                        const std::string &globalDebugDir) {
+void addDebugLinkPlaces(std::vector<std::string> &list, const fs::path &binaryDir,
+                        const std::string &linkName, const std::string &globalDebugDir) {
   // Try <dir>/<link>: the debug file installed beside its binary.
   addOnce(list, (binaryDir / linkName).string());
   // Try <dir>/.debug/<link>: the hidden debug directory beside the binary.
@@ -44,7 +44,8 @@ std::string buildIdPath(const std::string &root, const std::string &buildId, con
   return (fs::path(root) / ".build-id" / buildId.substr(0, 2) / (buildId.substr(2) + suffix)).string();
 }
 
-std::vector<std::string> debugFileCandidates(const std::string &binaryPath, const std::string &recordedBuildId,
+std::vector<std::string> debugFileCandidates(const std::string &binaryPath,
+                                             const std::string &recordedBuildId,
                                              const DebugFileLocations &locations) {
   std::optional<ElfIdentity> binary;
   if (!binaryPath.empty())
@@ -59,7 +60,9 @@ std::vector<std::string> debugFileCandidates(const std::string &binaryPath, cons
   for (const std::string &root : rootsOf(locations))
     addOnce(candidates, buildIdPath(root, buildId, ".debug"));
 
-  if (!binary || binary->debugLinkName.empty())
+  // A debug link names a file, never a path: one that would lead elsewhere is ignored.
+  if (!binary || binary->debugLinkName.empty() || binary->debugLinkName.find('/') != std::string::npos ||
+      binary->debugLinkName == "." || binary->debugLinkName == "..")
     return candidates;
   // The debug link names the file; it may sit in three places around the binary.
   fs::path given = fs::path(binaryPath).lexically_normal();
@@ -73,7 +76,8 @@ std::vector<std::string> debugFileCandidates(const std::string &binaryPath, cons
   return candidates;
 }
 
-std::vector<std::string> binaryCandidatesByBuildId(const std::string &buildId, const DebugFileLocations &locations) {
+std::vector<std::string> binaryCandidatesByBuildId(const std::string &buildId,
+                                                   const DebugFileLocations &locations) {
   std::vector<std::string> candidates;
   std::string id = normalizeBuildId(buildId).value_or("");
   // Try <root>/.build-id/xx/yyyy: the build-ID tree links each ID to its binary.

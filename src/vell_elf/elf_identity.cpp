@@ -222,7 +222,6 @@ std::optional<ElfIdentity> readElfIdentity(const std::string &path) {
   return identity;
 }
 
-
 std::optional<std::string> normalizeBuildId(const std::string &text) {
   std::string_view digits(text);
   if (digits.size() >= 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X'))
@@ -232,9 +231,7 @@ std::optional<std::string> normalizeBuildId(const std::string &text) {
   std::string result;
   result.reserve(digits.size());
   for (char c : digits) {
-    if (c >= '0' && c <= '9')
-      result += c;
-    else if (c >= 'a' && c <= 'f')
+    if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))
       result += c;
     else if (c >= 'A' && c <= 'F')
       result += static_cast<char>(c - 'A' + 'a');

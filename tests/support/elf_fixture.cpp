@@ -19,7 +19,8 @@ std::string shellQuoted(const std::string &text) { return "'" + text + "'"; }
 
 // The build ID eu-readelf reports for a file (independent of the reader under test).
 std::string readelfBuildId(const std::string &path) {
-  std::string out = shellOutput("eu-readelf -n " + shellQuoted(path) + " | sed -n 's/.*Build ID: *//p' | head -n1");
+  std::string out =
+      shellOutput("eu-readelf -n " + shellQuoted(path) + " | sed -n 's/.*Build ID: *//p' | head -n1");
   while (!out.empty() && (out.back() == '\n' || out.back() == ' '))
     out.pop_back();
   return out;
@@ -34,8 +35,8 @@ ElfBuild buildProgram(const TempDir &dir, const std::string &name, const std::st
   runShell("gcc -g -O0 -Wl,--build-id -o " + shellQuoted(build.full) + " " + shellQuoted(src));
   runShell("objcopy --only-keep-debug " + shellQuoted(build.full) + " " + shellQuoted(build.debug));
   runShell("strip --strip-debug -o " + shellQuoted(build.stripped) + " " + shellQuoted(build.full));
-  runShell("cd " + shellQuoted(dir.path()) + " && objcopy --add-gnu-debuglink=" + shellQuoted(name + ".debug") + " " +
-           shellQuoted(build.stripped));
+  runShell("cd " + shellQuoted(dir.path()) + " && objcopy --add-gnu-debuglink=" +
+           shellQuoted(name + ".debug") + " " + shellQuoted(build.stripped));
   build.buildId = readelfBuildId(build.full);
   if (build.buildId.empty())
     throw std::runtime_error("no build ID in " + build.full);
@@ -50,14 +51,18 @@ ElfFixture *makeFixture() {
                               "int main(void) { printf(\"%d\\n\", answer(6)); return 0; }\n";
   fixture->prog = buildProgram(dir, "prog", "#define VALUE 7\n" + program);
   fixture->rebuilt = buildProgram(dir, "rebuilt", "#define VALUE 8\n" + program);
-  fixture->other = buildProgram(dir, "other", "int twice(int x) { return 2 * x; }\nint main(void) { return twice(0); }\n");
+  fixture->other =
+      buildProgram(dir, "other", "int twice(int x) { return 2 * x; }\nint main(void) { return twice(0); }\n");
   std::string src = dir.write("nobid.c", "int main(void) { return 3; }\n");
   fixture->noBuildIdFull = dir.sub("nobid.full");
   fixture->noBuildIdDebug = dir.sub("nobid.debug");
   fixture->noBuildIdStripped = dir.sub("nobid");
-  runShell("gcc -g -O0 -Wl,--build-id=none -o " + shellQuoted(fixture->noBuildIdFull) + " " + shellQuoted(src));
-  runShell("objcopy --only-keep-debug " + shellQuoted(fixture->noBuildIdFull) + " " + shellQuoted(fixture->noBuildIdDebug));
-  runShell("strip --strip-debug -o " + shellQuoted(fixture->noBuildIdStripped) + " " + shellQuoted(fixture->noBuildIdFull));
+  runShell("gcc -g -O0 -Wl,--build-id=none -o " + shellQuoted(fixture->noBuildIdFull) + " " +
+           shellQuoted(src));
+  runShell("objcopy --only-keep-debug " + shellQuoted(fixture->noBuildIdFull) + " " +
+           shellQuoted(fixture->noBuildIdDebug));
+  runShell("strip --strip-debug -o " + shellQuoted(fixture->noBuildIdStripped) + " " +
+           shellQuoted(fixture->noBuildIdFull));
   runShell("cd " + shellQuoted(dir.path()) + " && objcopy --add-gnu-debuglink=nobid.debug nobid");
   return fixture;
 }

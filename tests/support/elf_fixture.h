@@ -15,9 +15,9 @@ struct ElfBuild {
 };
 
 struct ElfFixture {
-  ElfBuild prog;       // the program under test
-  ElfBuild rebuilt;    // the same program built again with another constant: another build ID
-  ElfBuild other;      // an unrelated program
+  ElfBuild prog;                 // the program under test
+  ElfBuild rebuilt;              // the same program built again with another constant: another build ID
+  ElfBuild other;                // an unrelated program
   std::string noBuildIdFull;     // built with --build-id=none and -g
   std::string noBuildIdDebug;    // its detached debug file
   std::string noBuildIdStripped; // stripped, with a debug link to noBuildIdDebug's name

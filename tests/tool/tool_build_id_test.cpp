@@ -108,7 +108,8 @@ TEST(ToolBuildIdTest, RealLibcPlainSearchKeepsTheSpecifiedAnswer) {
   VELL_REQUIRE_PACKAGE(libc.missing);
   ToolRunner tool;
   // The plain search looks beside the binary and takes the binary itself.
-  ToolResult result = tool.run({"--json", "find", "sym", "libc.so.6", "--binary", libc.binary, "--no-build-id"});
+  ToolResult result =
+      tool.run({"--json", "find", "sym", "libc.so.6", "--binary", libc.binary, "--no-build-id"});
   EXPECT_EQ(0, result.status) << result.err;
   json parsed = json::parse(result.out);
   EXPECT_EQ(libc.binary, parsed["path"]);
@@ -134,8 +135,7 @@ TEST(ToolBuildIdTest, RealLibcByRecordedBuildIdAlone) {
 
 TEST(ToolBuildIdTest, RealBinutilsObjdumpFindsItsBuildIdDebugFile) {
   VELL_REQUIRE_TOOL();
-  RealPackage objdump =
-      realPackage("/usr/bin/x86_64-linux-gnu-objdump", "binutils-x86-64-linux-gnu-dbg");
+  RealPackage objdump = realPackage("/usr/bin/x86_64-linux-gnu-objdump", "binutils-x86-64-linux-gnu-dbg");
   VELL_REQUIRE_PACKAGE(objdump.missing);
   ToolRunner tool;
   ToolResult result = tool.run({"find", "sym", "x86_64-linux-gnu-objdump", "--binary", objdump.binary});
@@ -146,14 +146,14 @@ TEST(ToolBuildIdTest, RealBinutilsObjdumpFindsItsBuildIdDebugFile) {
 TEST(ToolBuildIdTest, RealLibcDebugFileIsNotTakenForObjdump) {
   VELL_REQUIRE_TOOL();
   RealPackage libc = realPackage("/lib/x86_64-linux-gnu/libc.so.6", "libc6-dbg");
-  RealPackage objdump =
-      realPackage("/usr/bin/x86_64-linux-gnu-objdump", "binutils-x86-64-linux-gnu-dbg");
+  RealPackage objdump = realPackage("/usr/bin/x86_64-linux-gnu-objdump", "binutils-x86-64-linux-gnu-dbg");
   VELL_REQUIRE_PACKAGE(libc.missing + objdump.missing);
   // libc's debug file offered as objdump's: another build, rejected.
   ToolRunner tool;
   TempDir emptyDebugDir;
-  ToolResult result = tool.run({"find", "sym", "objdump.debug", "--binary", objdump.binary, "--suggest",
-                                libc.debugFile, "--steps", "-all", "--explain", "--debug-dir", emptyDebugDir.path()});
+  ToolResult result =
+      tool.run({"find", "sym", "objdump.debug", "--binary", objdump.binary, "--suggest", libc.debugFile,
+                "--steps", "-all", "--explain", "--debug-dir", emptyDebugDir.path()});
   EXPECT_EQ(1, result.status) << result.out << result.err;
   EXPECT_NE(std::string::npos, result.out.find("The build ID of " + libc.debugFile + " differs (expected " +
                                                objdump.buildId + ", found " + libc.buildId + ")"))
@@ -186,22 +186,24 @@ TEST_F(ToolBuildIdBuiltTest, BuildIdTreeUnderTheDebugDirAndUnderASymbolDirectory
   VELL_REQUIRE_TOOL();
   std::string inSymbols = underBuildId(symbols, fixture.prog.buildId, ".debug");
   vell_test::copyFile(fixture.prog.debug, inSymbols);
-  ToolResult result =
-      tool.run({"find", "sym", "prog", "--binary", binary, "--debug-dir", debugDir, "--dir", "sym=" + symbols});
+  ToolResult result = tool.run(
+      {"find", "sym", "prog", "--binary", binary, "--debug-dir", debugDir, "--dir", "sym=" + symbols});
   EXPECT_EQ(0, result.status) << result.err;
   EXPECT_EQ("path: " + inSymbols, firstLine(result.out));
 
   // The global debug directory comes first.
   std::string inDebugDir = underBuildId(debugDir, fixture.prog.buildId, ".debug");
   vell_test::copyFile(fixture.prog.debug, inDebugDir);
-  result = tool.run({"find", "sym", "prog", "--binary", binary, "--debug-dir", debugDir, "--dir", "sym=" + symbols});
+  result = tool.run(
+      {"find", "sym", "prog", "--binary", binary, "--debug-dir", debugDir, "--dir", "sym=" + symbols});
   EXPECT_EQ(0, result.status) << result.err;
   EXPECT_EQ("path: " + inDebugDir, firstLine(result.out));
 }
 
 TEST_F(ToolBuildIdBuiltTest, StrippedBinaryIsNotItsOwnDebugFile) {
   VELL_REQUIRE_TOOL();
-  ToolResult result = tool.run({"find", "sym", "prog", "--binary", binary, "--debug-dir", debugDir, "--explain"});
+  ToolResult result =
+      tool.run({"find", "sym", "prog", "--binary", binary, "--debug-dir", debugDir, "--explain"});
   EXPECT_EQ(1, result.status) << result.out;
   EXPECT_NE(std::string::npos,
             result.out.find(binary + " (step ssAroundBinaryLookup, severity 0): The file " + binary +
@@ -214,11 +216,12 @@ TEST_F(ToolBuildIdBuiltTest, WrongBuildInDotDebugIsRejectedInGermanToo) {
   VELL_REQUIRE_TOOL();
   std::string wrong = dir.sub("app/bin/.debug/prog.debug");
   vell_test::copyFile(fixture.rebuilt.debug, wrong);
-  ToolResult result = tool.run({"--lang", "de", "find", "sym", "prog.debug", "--binary", binary, "--debug-dir",
-                                debugDir, "--explain"});
+  ToolResult result = tool.run({"--lang", "de", "find", "sym", "prog.debug", "--binary", binary,
+                                "--debug-dir", debugDir, "--explain"});
   EXPECT_EQ(1, result.status) << result.out;
-  EXPECT_NE(std::string::npos, result.out.find("Die Build-ID von " + wrong + " weicht ab (erwartet " +
-                                               fixture.prog.buildId + ", gefunden " + fixture.rebuilt.buildId))
+  EXPECT_NE(std::string::npos,
+            result.out.find("Die Build-ID von " + wrong + " weicht ab (erwartet " + fixture.prog.buildId +
+                            ", gefunden " + fixture.rebuilt.buildId))
       << result.out;
 }
 
@@ -227,8 +230,8 @@ TEST_F(ToolBuildIdBuiltTest, BinaryByRecordedBuildId) {
   std::string binaries = dir.mkdir("binaries");
   vell_test::copyFile(fixture.rebuilt.stripped, binaries + "/prog");
   // Only another build under the name: rejected.
-  ToolResult rejected = tool.run({"--json", "find", "bin", "prog", "--build-id", fixture.prog.buildId, "--dir",
-                                  "bin=" + binaries, "--debug-dir", debugDir, "--explain"});
+  ToolResult rejected = tool.run({"--json", "find", "bin", "prog", "--build-id", fixture.prog.buildId,
+                                  "--dir", "bin=" + binaries, "--debug-dir", debugDir, "--explain"});
   EXPECT_EQ(1, rejected.status) << rejected.out << rejected.err;
   json out = json::parse(rejected.out);
   bool seen = false;

@@ -108,10 +108,8 @@ protected:
 
 TEST_F(DebugFilesTest, CandidatesComeInTheStatedOrder) {
   std::string binDir = tmp.sub("usr/bin");
-  Strings expected = {byBuildId(globalDebug, fixture.prog),
-                      byBuildId(symbols, fixture.prog),
-                      binDir + "/prog.debug",
-                      binDir + "/.debug/prog.debug",
+  Strings expected = {byBuildId(globalDebug, fixture.prog), byBuildId(symbols, fixture.prog),
+                      binDir + "/prog.debug", binDir + "/.debug/prog.debug",
                       globalDebug + binDir + "/prog.debug"};
   EXPECT_EQ(expected, debugFileCandidates(binary, "", locations));
 }
@@ -138,6 +136,23 @@ TEST_F(DebugFilesTest, BinaryReachedThroughASymlinkAlsoGetsItsRealDirectory) {
   ASSERT_EQ(8u, candidates.size());
   EXPECT_EQ(linkDir + "/prog.debug", candidates[2]);
   EXPECT_EQ(fs::canonical(binDir).string() + "/prog.debug", candidates[5]);
+}
+
+TEST_F(DebugFilesTest, DebugLinkThatNamesAPathIsIgnored) {
+  std::string hostile = tmp.sub("usr/bin/hostile");
+  vell_test::copyFile(fixture.prog.full, hostile);
+  vell_test::runShell("cd '" + tmp.path() + "' && mkdir -p up && cp '" + fixture.prog.debug +
+                      "' up/x.debug && objcopy --add-gnu-debuglink=up/x.debug '" + hostile + "'");
+  // objcopy records the base name only; write a path into the section by hand.
+  vell_test::runShell("cd '" + tmp.path() +
+                      "' && printf '../../up/x.debug\\0\\0\\0\\0\\0\\0\\0\\0' > link.bin && "
+                      "objcopy --update-section .gnu_debuglink=link.bin '" +
+                      hostile + "'");
+  std::optional<ElfIdentity> identity = readElfIdentity(hostile);
+  ASSERT_TRUE(identity.has_value());
+  ASSERT_EQ("../../up/x.debug", identity->debugLinkName);
+  Strings expected = {byBuildId(globalDebug, fixture.prog), byBuildId(symbols, fixture.prog)};
+  EXPECT_EQ(expected, debugFileCandidates(hostile, "", locations));
 }
 
 TEST_F(DebugFilesTest, BinaryCandidatesByBuildIdHaveNoSuffix) {
@@ -211,7 +226,8 @@ TEST_F(DebugFilesTest, StrippedBinaryIsRejectedAsItsOwnDebugFile) {
   for (size_t i = 0; i < rejections.files.size(); ++i)
     if (rejections.files[i].first == binary) {
       seen = true;
-      EXPECT_EQ("The file " + binary + " is the binary itself, not its debug file: it carries no debug information.",
+      EXPECT_EQ("The file " + binary +
+                    " is the binary itself, not its debug file: it carries no debug information.",
                 rejections.files[i].second);
       EXPECT_EQ(0u, rejections.severities[i]);
     }
@@ -358,8 +374,8 @@ TEST_F(DebugFilesTest, ShippedCatalogHasEveryIdInBothLanguages) {
     auto catalog = platform::getMessageCatalog("vell_debug_files");
     ASSERT_NE(nullptr, catalog) << language;
     EXPECT_EQ(6u, catalog->size()) << language;
-    for (const char *id : {"BuildIdMismatch", "BuildIdMissing", "DebugLinkCrcMismatch", "BinaryIsNotItsDebugFile",
-                           "NoDebugInformation", "NotAnElfFile"})
+    for (const char *id : {"BuildIdMismatch", "BuildIdMissing", "DebugLinkCrcMismatch",
+                           "BinaryIsNotItsDebugFile", "NoDebugInformation", "NotAnElfFile"})
       EXPECT_NE(0u, catalog->message(id).size()) << language << " " << id;
   }
 }
@@ -404,15 +420,15 @@ TEST_F(DebugFilesTest, BinaryOfTheRecordedBuildIsAcceptedAnotherBuildRejected) {
   EXPECT_EQ(1u, info.severity);
   ErrorInfo missing;
   EXPECT_EQ(vvReject, check.validate(fixture.noBuildIdStripped.c_str(), missing));
-  EXPECT_EQ("The file " + fixture.noBuildIdStripped + " carries no build ID (expected " + fixture.prog.buildId +
-                ").",
+  EXPECT_EQ("The file " + fixture.noBuildIdStripped + " carries no build ID (expected " +
+                fixture.prog.buildId + ").",
             missing.message);
 }
 
 TEST_F(DebugFilesTest, BinarySearchWithARecordedBuildIdFindsTheBuildIdTreeEntry) {
   std::string binaries = tmp.mkdir("binaries");
-  std::string target = binaries + "/.build-id/" + fixture.prog.buildId.substr(0, 2) + "/" +
-                       fixture.prog.buildId.substr(2);
+  std::string target =
+      binaries + "/.build-id/" + fixture.prog.buildId.substr(0, 2) + "/" + fixture.prog.buildId.substr(2);
   vell_test::copyFile(fixture.prog.stripped, target);
   // Another build under the plain name in the same directory.
   vell_test::copyFile(fixture.rebuilt.stripped, binaries + "/prog");

@@ -100,7 +100,9 @@ TEST(ElfIdentity, NonElfFilesHaveNoIdentity) {
   vell_test::TempDir dir;
   EXPECT_FALSE(readElfIdentity(dir.write("text", "just some text\n")).has_value());
   EXPECT_FALSE(readElfIdentity(dir.write("empty", "")).has_value());
-  EXPECT_FALSE(readElfIdentity(dir.write("magic", "\x7f" "ELF")).has_value());
+  EXPECT_FALSE(readElfIdentity(dir.write("magic", "\x7f"
+                                                  "ELF"))
+                   .has_value());
   EXPECT_FALSE(readElfIdentity(dir.sub("missing")).has_value());
   EXPECT_FALSE(readElfIdentity(dir.mkdir("directory")).has_value());
 }
