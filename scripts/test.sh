@@ -84,7 +84,7 @@ if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -
     echo "--- $(basename "$deb")"
     dpkg-deb --field "$deb" Package Version Depends
   done
-  remove_packages() { dpkg -r vell libvell-dev libvell2 >/dev/null 2>&1 || true; }
+  remove_packages() { dpkg -P vell libvell-dev libvell2 >/dev/null 2>&1 || true; }
   trap remove_packages EXIT
   dpkg -i "$out/normal"/*.deb
   cmake -S "$root/examples" -B "$out/example-deb" -DCMAKE_BUILD_TYPE=Release >"$out/example-deb.configure.log"

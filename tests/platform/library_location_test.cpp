@@ -32,3 +32,13 @@ TEST(LibraryLocationTest, NoInstalledCatalogsBesideTheTestProgram) {
   // until a host chooses a directory.
   EXPECT_EQ("", platform::libraryCatalogDirectory());
 }
+
+TEST(LibraryLocationTest, DirectoryIsFoundWhereALinkedLibraryReallyLies) {
+  // As with a merged /usr: the loader names <root>/lib/libvell.so.2 while the
+  // library lies in <root>/usr/lib and its catalogs in <root>/usr/share.
+  vell_test::TempDir root;
+  root.write("usr/lib/libvell.so.2", "elf");
+  const std::string catalogs = root.mkdir("usr/share/vell/catalogs");
+  std::filesystem::create_directory_symlink("usr/lib", root.sub("lib"));
+  EXPECT_EQ(catalogs, platform::existingDirectoryBeside(root.sub("lib/libvell.so.2"), "../share/vell/catalogs"));
+}
