@@ -56,19 +56,29 @@ echo "=== the tool tests again, against the installed tool"
 VELL_TEST_TOOL="$prefix/bin/vell" "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
 
 echo "=== a moved installation: vell.pc and the library's catalogs follow it"
-moved=$out/moved-install
-rm -rf "$moved" && cp -a "$prefix" "$moved"
+# Everything the unprivileged run below needs lies in a scratch directory open to others.
+scratch=$(mktemp -d /tmp/vell-test.XXXXXX)
+chmod 755 "$scratch"
+moved=$scratch/moved-install
+cp -a "$prefix" "$moved"
+chmod -R go+rX "$moved"
 pc_dir=$(dirname "$(find "$moved" -name vell.pc | head -n 1)")
 [ "$(realpath "$(PKG_CONFIG_PATH=$pc_dir pkg-config --variable=prefix vell)")" = "$(realpath "$moved")" ]
 # shellcheck disable=SC2046  # pkg-config's flags are separate words
-g++ -std=c++20 -o "$out/example-moved" "$root/examples/find_file.cpp" $(PKG_CONFIG_PATH=$pc_dir pkg-config --cflags --libs vell)
-rm -rf "$out/not-a-file" && mkdir -p "$out/not-a-file"
-# A directory given as the binary is rejected with a message from the catalogs
-# beside the moved library, never with a bare message id.
-message=$(LD_LIBRARY_PATH=$(dirname "$(find "$moved" -name 'libvell.so.*' | head -n 1)") \
-  "$out/example-moved" "$out/not-a-file" || true)
-echo "$message"
-echo "$message" | grep -q "rejected $out/not-a-file (" && ! echo "$message" | grep -q "(%"
+g++ -std=c++20 -o "$scratch/example-moved" "$root/examples/find_file.cpp" \
+  $(PKG_CONFIG_PATH=$pc_dir pkg-config --cflags --libs vell)
+echo "secret" >"$scratch/unreadable" && chmod 000 "$scratch/unreadable"
+# A file its user cannot read is rejected with the text of the catalogs installed
+# beside the library (never a bare message id such as "(%CantOpenFile)").
+as_user() { if [ "$(id -u)" -eq 0 ]; then setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; else "$@"; fi; }
+check_localised() {
+  local message
+  message=$("$@" "$scratch/unreadable" || true)
+  echo "$message"
+  echo "$message" | grep -q "rejected $scratch/unreadable (" && ! echo "$message" | grep -q "(%"
+}
+check_localised as_user env LD_LIBRARY_PATH="$(dirname "$(find "$moved" -name 'libvell.so.*' | head -n 1)")" \
+  "$scratch/example-moved"
 
 if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -eq 0 ]; then
   echo "=== Debian packages: cpack, dpkg -i, the example against the installed packages"
@@ -78,23 +88,22 @@ if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -
     echo "--- $(basename "$deb")"
     dpkg-deb --field "$deb" Package Version Depends
   done
-  remove_packages() { dpkg -r vell libvell-dev libvell2 >/dev/null 2>&1 || true; }
+  remove_packages() { dpkg -P vell libvell-dev libvell2 >/dev/null 2>&1 || true; }
   trap remove_packages EXIT
   dpkg -i "$out/normal"/*.deb
   cmake -S "$root/examples" -B "$out/example-deb" -DCMAKE_BUILD_TYPE=Release >"$out/example-deb.configure.log"
   cmake --build "$out/example-deb" -j"$jobs"
   "$out/example-deb/vell_example" /bin/sh
   # shellcheck disable=SC2046
-  g++ -std=c++20 -o "$out/example-deb-pc" "$root/examples/find_file.cpp" $(pkg-config --cflags --libs vell)
-  message=$("$out/example-deb-pc" "$out/not-a-file" || true)
-  echo "$message"
-  echo "$message" | grep -q "rejected $out/not-a-file (" && ! echo "$message" | grep -q "(%"
+  g++ -std=c++20 -o "$scratch/example-deb-pc" "$root/examples/find_file.cpp" $(pkg-config --cflags --libs vell)
+  check_localised as_user "$scratch/example-deb-pc"
   /usr/bin/vell find bin /bin/sh
   [ -f /usr/share/man/man1/vell.1 ] || [ -f /usr/share/man/man1/vell.1.gz ]
   VELL_TEST_TOOL=/usr/bin/vell "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
   remove_packages
   trap - EXIT
 fi
+rm -rf "$scratch"
 echo "=== every fuzzer for a bounded time on its seed corpus"
 VELL_FUZZ_BUILD="$out/fuzz" VELL_FUZZ_SECONDS=${VELL_FUZZ_SECONDS:-30} bash "$root/scripts/fuzz.sh"
 echo "=== all test runs passed"

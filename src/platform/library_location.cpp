@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 
+#include <vector>
+
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 
@@ -21,16 +23,22 @@ std::string existingDirectoryBeside(const std::string &libraryFile, const std::s
   if (libraryFile.empty() || relative.empty())
     return std::string();
   boost::system::error_code error;
-  // A library reached through a symbolic link (libvell.so -> libvell.so.2) lies
-  // where the link points only when the link is relative; the link's own
-  // directory is the installation's library directory either way.
-  boost::filesystem::path directory = boost::filesystem::absolute(libraryFile, error).parent_path();
-  if (error)
-    return std::string();
-  boost::filesystem::path candidate = (directory / relative).lexically_normal();
-  if (!boost::filesystem::is_directory(candidate, error))
-    return std::string();
-  return candidate.string();
+  // The directory the library was loaded from first, then the one it really
+  // lies in: with a merged /usr the loader names /lib/libvell.so.2 for
+  // /usr/lib/libvell.so.2, and a link may lead into another prefix.
+  std::vector<boost::filesystem::path> directories;
+  boost::filesystem::path loaded = boost::filesystem::absolute(libraryFile, error);
+  if (!error)
+    directories.push_back(loaded.parent_path());
+  boost::filesystem::path real = boost::filesystem::canonical(libraryFile, error);
+  if (!error)
+    directories.push_back(real.parent_path());
+  for (const boost::filesystem::path &directory : directories) {
+    boost::filesystem::path candidate = (directory / relative).lexically_normal();
+    if (boost::filesystem::is_directory(candidate, error))
+      return candidate.string();
+  }
+  return std::string();
 }
 
 } // namespace platform

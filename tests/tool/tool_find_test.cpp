@@ -411,7 +411,7 @@ TEST_F(ToolKernelReleaseTest, ReleaseSelectsTheKernelImage) {
 }
 
 TEST_F(ToolKernelReleaseTest, LogShowsTheNamesBuiltFromTheRelease) {
-  ToolResult result = find("4.19.0-vell-none", {"-v"});
+  ToolResult result = find("4.19.0-vell-none", {"-vv"});
   EXPECT_EQ(1, result.status) << result.out;
   size_t plain = result.err.find("Searching bin file:vmlinux");
   size_t image = result.err.find("Searching bin file:/boot/vmlinux-4.19.0-vell-none");
@@ -507,12 +507,17 @@ TEST(ToolFindTest, VerboseLogGoesToStandardError) {
   ToolRunner tool;
   ToolResult quiet = tool.run({"find", "sym", "libx.so.debug", "--binary", tree.binary});
   EXPECT_EQ("", quiet.err);
+  // -v: the tool's summary per step, without the library's candidate lines.
   ToolResult info = tool.run({"-v", "find", "sym", "libx.so.debug", "--binary", tree.binary});
   EXPECT_EQ(0, info.status);
-  EXPECT_NE(std::string::npos, info.err.find("INFO  VELL: *** VALID____ADDED " + tree.beside)) << info.err;
+  EXPECT_NE(std::string::npos, info.err.find("vell:   found " + tree.beside + " (confidence 1, probable)"))
+      << info.err;
+  EXPECT_EQ(std::string::npos, info.err.find("INFO  VELL:")) << info.err;
   EXPECT_EQ(std::string::npos, info.err.find("TRACE")) << info.err;
+  // -vv: the library's full trace as well.
   ToolResult trace = tool.run({"-vv", "find", "sym", "libx.so.debug", "--binary", tree.binary});
   EXPECT_EQ(0, trace.status);
+  EXPECT_NE(std::string::npos, trace.err.find("INFO  VELL: *** VALID____ADDED " + tree.beside)) << trace.err;
   EXPECT_NE(std::string::npos, trace.err.find("TRACE VELL: ENTER: ")) << trace.err;
   // The result itself is on standard output in every case.
   EXPECT_EQ(lines(quiet.out), lines(trace.out));
