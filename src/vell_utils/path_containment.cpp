@@ -20,18 +20,24 @@ std::string withoutTrailingSeparators(std::string text) {
   for (;;) {
     if (text.size() > 1 && text.back() == '/')
       text.pop_back();
-    else if (text.size() > 2 && text.compare(text.size() - 2, 2, "/.") == 0)
-      text.resize(text.size() - 2);
+    else if (text.size() >= 2 && text.compare(text.size() - 2, 2, "/.") == 0)
+      text.pop_back();
     else
       return text;
   }
 }
 
-// The path made absolute and lexically normal.
+// The path made absolute and lexically normal. Linux takes any number of
+// leading slashes as the root; the path library would read "//name" as a
+// network root name, so they become one first.
 std::string normalised(const std::string &path) {
+  std::string plain = path;
+  const size_t slashes = plain.find_first_not_of('/');
+  if (slashes != 0)
+    plain.erase(0, (slashes == std::string::npos ? plain.size() : slashes) - 1);
   boost::system::error_code code;
   const fs::path base = fs::current_path(code);
-  return withoutTrailingSeparators(fs::absolute(fs::path(path), base).lexically_normal().string());
+  return withoutTrailingSeparators(fs::absolute(fs::path(plain), base).lexically_normal().string());
 }
 
 bool hasParentElement(const std::string &path) {

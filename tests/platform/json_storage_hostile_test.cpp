@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -17,13 +16,6 @@ namespace {
 
 using namespace VELL_2_13::platform;
 namespace fs = std::filesystem;
-
-std::string readFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream content;
-  content << in.rdbuf();
-  return content.str();
-}
 
 bool anyEntryContains(const std::string &directory, const std::string &part) {
   for (const auto &entry : fs::directory_iterator(directory))

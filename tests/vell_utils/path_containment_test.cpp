@@ -28,7 +28,13 @@ TEST(PathContainmentTest, LexicalContainmentAfterNormalisation) {
   EXPECT_FALSE(isPathInsideDirectory("", "/r/fetch"));
   EXPECT_FALSE(isPathInsideDirectory("/r/fetch/a", ""));
   EXPECT_TRUE(isPathInsideDirectory("/x", "/"));
+  EXPECT_TRUE(isPathInsideDirectory("/x", "/."));
+  EXPECT_TRUE(isPathInsideDirectory("/x", "//."));
   EXPECT_FALSE(isPathInsideDirectory("/", "/"));
+  // Leading slashes are all the root, as for the kernel.
+  EXPECT_TRUE(isPathInsideDirectory("//net/a", "/net"));
+  EXPECT_TRUE(isPathInsideDirectory("/net/a", "//net"));
+  EXPECT_FALSE(isPathInsideDirectory("//net/../a", "//net"));
 }
 
 TEST(PathContainmentTest, RelativePathsAreTakenFromTheWorkingDirectory) {
