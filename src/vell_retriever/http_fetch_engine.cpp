@@ -58,10 +58,12 @@ bool isNonEmptyRegularFile(const std::string &path) {
          ::access(path.c_str(), R_OK) == 0;
 }
 
-// mkdir -p for the directories this retriever owns.
+// mkdir -p for the directories this retriever owns; one call when the parent exists.
 bool makeDirectories(const std::string &path) {
   if (path.empty())
     return false;
+  if (::mkdir(path.c_str(), 0755) == 0)
+    return true;
   size_t at = 1;
   while (true) {
     at = path.find('/', at);
@@ -106,6 +108,7 @@ struct HttpFetchEngine::Job {
   BuildIdResult result;
   bool done = false;
   bool claimed = false;
+  bool staleMissingMarker = false; // an expired negative entry to remove after a success
 };
 
 namespace {
@@ -117,6 +120,7 @@ struct Transfer {
   BuildIdRequest request;
   std::string target;
   BuildIdResult *result = nullptr;
+  bool staleMissingMarker = false;
   ISymSrvDownloadProgressCallback *progress = nullptr;
   size_t server = 0;
   unsigned attempt = 0;
@@ -202,7 +206,6 @@ bool beginAttempt(Transfer &transfer) {
     transfer.errors.push_back(retrieverMessage("CannotStore", {{"path", dir}, {"reason", std::strerror(errno)}}));
     return false;
   }
-  ::fchmod(transfer.fd, 0644);
   transfer.tempPath = name.data();
 
   CURL *easy = curl_easy_init();
@@ -263,7 +266,9 @@ bool isPassingFault(CURLcode code) {
 
 // Checks a complete download and renames it into place.
 Outcome keepDownload(Transfer &transfer) {
-  if (::fsync(transfer.fd) != 0 || ::close(transfer.fd) != 0) {
+  // No fsync: other processes see the renamed file whole either way, and a file
+  // cut short by a crash of the machine fails the build-ID check of a cache hit.
+  if (::close(transfer.fd) != 0) {
     transfer.fd = -1;
     transfer.errors.push_back(
         retrieverMessage("CannotStore", {{"path", transfer.target}, {"reason", std::strerror(errno)}}));
@@ -369,8 +374,10 @@ void HttpFetchEngine::waitWhileClaimed(const std::string &path) {
 
 bool HttpFetchEngine::answerLocally(Job &job) {
   BuildIdResult &result = job.result;
-  // Try <cache>/<build id>/<kind>: fetched by this retriever before, checked then.
-  if (!m_options.cacheDir.empty() && isNonEmptyRegularFile(job.target)) {
+  // Try <cache>/<build id>/<kind>: fetched by this retriever before. A binary or
+  // debug file must still carry its build ID (it is fetched again otherwise).
+  if (!m_options.cacheDir.empty() && isNonEmptyRegularFile(job.target) &&
+      (job.request.kind == bfkSource || retriever::buildIdOfFile(job.target) == job.request.buildId)) {
     result.ok = true;
     result.path = job.target;
     result.origin = foCache;
@@ -404,6 +411,7 @@ bool HttpFetchEngine::answerLocally(Job &job) {
   // A recent "no server has it" is believed until it expires.
   if (m_options.negativeCacheSeconds > 0) {
     long age = missingAge(missingMarker(m_options.cacheDir, job.request));
+    job.staleMissingMarker = age >= 0;
     if (age >= 0 && age < m_options.negativeCacheSeconds) {
       result.notFound = true;
       result.error = retrieverMessage(
@@ -492,6 +500,7 @@ void HttpFetchEngine::transfer(std::vector<Job *> &jobs, unsigned inFlight,
     transfer->request = job->request;
     transfer->target = job->target;
     transfer->result = &job->result;
+    transfer->staleMissingMarker = job->staleMissingMarker;
     transfer->progress = progress;
     transfer->notBefore = Clock::now();
     ready.push_back(transfer.get());
@@ -509,7 +518,8 @@ void HttpFetchEngine::transfer(std::vector<Job *> &jobs, unsigned inFlight,
       result.origin = foServer;
       result.url = transfer.url;
       ++m_downloads;
-      ::unlink(missingMarker(m_options.cacheDir, transfer.request).c_str());
+      if (transfer.staleMissingMarker)
+        ::unlink(missingMarker(m_options.cacheDir, transfer.request).c_str());
       VELL_LOG_INFO("Downloaded " << transfer.url << " to " << transfer.target);
       return;
     }

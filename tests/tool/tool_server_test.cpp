@@ -175,3 +175,34 @@ TEST(ToolServerProcessesTest, TwoProcessesFetchingOneFileNeverLeavePartialFile) 
 }
 
 } // namespace
+
+namespace {
+
+// A transfer longer than a second draws a progress line when standard error is
+// a terminal (script(1) provides one), and none when it is a file.
+TEST(ToolServerProgressTest, SlowTransferShowsProgressLineOnTerminalOnly) {
+  vell_test::TempDir dir;
+  vell_test::BuiltProgram program = vell_test::buildProgram(dir.sub("tree"), "slow", "a slow download");
+  vell_test::FaultHttpServer server;
+  vell_test::FaultResponse slow{200, vell_test::readWhole(program.binary)};
+  slow.chunkDelayMs = 400;
+  server.script("/buildid/" + program.buildId + "/executable", {slow});
+  std::string command = vell_test::toolPath() + " find bin /opt/slow/slow --build-id " + program.buildId +
+                        " --server " + server.url();
+  std::string environment = "env -u DEBUGINFOD_URLS -u DEBUGINFOD_CACHE_PATH HOME=" +
+                            vell_test::shellQuoted(dir.mkdir("home")) + " XDG_CACHE_HOME=";
+
+  std::string onTerminal = vell_test::shell(environment + vell_test::shellQuoted(dir.sub("cache-tty")) +
+                                            " script -qec " + vell_test::shellQuoted(command) + " /dev/null");
+  EXPECT_NE(std::string::npos, onTerminal.find("downloading " + server.url() + "/buildid/" + program.buildId +
+                                               "/executable"))
+      << onTerminal;
+  EXPECT_NE(std::string::npos, onTerminal.find("retrieved: server")) << onTerminal;
+
+  std::string toFile = vell_test::shell(environment + vell_test::shellQuoted(dir.sub("cache-file")) + " " + command +
+                                        " 2>&1");
+  EXPECT_EQ(std::string::npos, toFile.find("downloading")) << toFile;
+  EXPECT_NE(std::string::npos, toFile.find("retrieved: server")) << toFile;
+}
+
+} // namespace

@@ -581,3 +581,25 @@ TEST(RetrieverHttpsTest, VerifiesTheServerAgainstTheGivenOrTheSystemCertificates
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(RetrieverFaultsTest, DamagedCachedFileIsFetchedAgain) {
+  const Programs &p = programs();
+  m_server.script(debugPath(p.first.buildId), {{200, p.firstDebug}});
+  HttpRetrieverOptions o = options({m_server.url()});
+  HttpFileRetriever retriever(o);
+  BuildIdResult first = retriever.fetchDebugInfo(p.first.buildId);
+  ASSERT_TRUE(first.ok);
+  // Cut short, as by a crash of the machine before the data reached the disk.
+  ASSERT_EQ(0, ::truncate(first.path.c_str(), 64));
+
+  BuildIdResult again = retriever.fetchDebugInfo(p.first.buildId);
+
+  ASSERT_TRUE(again.ok) << again.error;
+  EXPECT_EQ(foServer, again.origin);
+  EXPECT_EQ(p.firstDebug, vell_test::readWhole(again.path));
+  EXPECT_EQ(2, m_server.requests(debugPath(p.first.buildId)));
+}
+
+} // namespace
