@@ -8,8 +8,7 @@ using namespace VELL_2_13;
 
 namespace vell_tool {
 
-std::string checkBuildIdOptions(search_category_t category, const std::string &buildId, bool switchedOff,
-                                const std::string &debugDir) {
+std::string checkBuildIdOptions(const std::string &buildId, bool switchedOff, const std::string &debugDir) {
   if (!debugDir.empty())
     requireDirectory("--debug-dir", debugDir);
   if (buildId.empty())

@@ -20,8 +20,7 @@ struct BuildIdReport {
 
 // Checks --build-id, --no-build-id and --debug-dir; returns the build ID as
 // lowercase hex (empty when not given). Throws BadInput.
-std::string checkBuildIdOptions(VELL_2_13::search_category_t category, const std::string &buildId,
-                                bool switchedOff, const std::string &debugDir);
+std::string checkBuildIdOptions(const std::string &buildId, bool switchedOff, const std::string &debugDir);
 
 class BuildIdSearch {
 public:

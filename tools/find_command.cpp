@@ -188,7 +188,7 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     request.resultDir = absolutePath(options.resultDir);
   }
   request.buildId =
-      checkBuildIdOptions(request.category, options.buildId, options.noBuildId, options.debugDir);
+      checkBuildIdOptions(options.buildId, options.noBuildId, options.debugDir);
   if (!options.debugDir.empty())
     request.debugDir = absolutePath(options.debugDir);
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
