@@ -114,7 +114,8 @@ TEST_F(ToolServerTest, UnknownBuildIdIsReportedAsNotRetrieved) {
 TEST_F(ToolServerTest, MalformedServerOptionsAreBadInput) {
   EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--build-id", "xyz", "--server", "http://127.0.0.1:1"}).status);
   EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--server", "ftp://example"}).status);
-  EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--build-id", "abcd"}).status);
+  // A source file is looked for by build ID on servers only.
+  EXPECT_EQ(2, m_tool.run({"find", "src", "/x.c", "--build-id", "abcd", "--no-servers"}).status);
   EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--no-servers", "--server", "http://127.0.0.1:1"}).status);
   EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--server", "http://127.0.0.1:1", "--server-timeout", "0"})
                    .status);
