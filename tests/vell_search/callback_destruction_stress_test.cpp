@@ -104,6 +104,9 @@ TEST(CallbackDestructionStressTest, WrappedCallbacksAreNeverEnteredOnceTheirDest
   // Installing writes the environment, which its owner does while no search
   // reads it; destroying an installed callback needs no such care.
   std::shared_mutex environmentWrites;
+  // Searchers hold back while an install waits: the reader-preferring lock
+  // would otherwise starve the writer on a busy machine.
+  std::atomic<bool> installWaiting{false};
   std::atomic<bool> stop{false};
   std::atomic<int> searches{0};
   std::atomic<int> wrong{0};
@@ -111,6 +114,8 @@ TEST(CallbackDestructionStressTest, WrappedCallbacksAreNeverEnteredOnceTheirDest
   for (int t = 0; t < 8; ++t) {
     searchers.emplace_back([&] {
       while (!stop.load()) {
+        while (installWaiting.load())
+          std::this_thread::yield();
         std::shared_lock<std::shared_mutex> reading(environmentWrites);
         ObjectPtr<IValidFile> found = search->findBinFile("libx.so", nullptr, nullptr, 0);
         wrong += !(found && bin == found->name());
@@ -126,10 +131,12 @@ TEST(CallbackDestructionStressTest, WrappedCallbacksAreNeverEnteredOnceTheirDest
     // The installed callbacks die while searches are calling them.
     current.reset();
     ++destroyed;
+    installWaiting = true;
     {
       std::unique_lock<std::shared_mutex> writing(environmentWrites);
       install(*env, *next);
     }
+    installWaiting = false;
     current = std::move(next);
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
