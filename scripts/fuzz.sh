@@ -7,9 +7,9 @@ cd "$(dirname "$0")/.."
 root=$(pwd)
 out=${VELL_FUZZ_BUILD:-$root/build-fuzz}
 seconds=${VELL_FUZZ_SECONDS:-60}
-mkdir -p "$(dirname "$out")"
+mkdir -p "$out"
 CC=clang CXX=clang++ cmake -S "$root" -B "$out" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_BUILD_FUZZ=ON \
-  -DVELL_BUILD_TESTS=OFF -DVELL_BUILD_TOOL=OFF >"$out.configure.log" 2>&1 || { cat "$out.configure.log"; exit 1; }
+  -DVELL_BUILD_TESTS=OFF -DVELL_BUILD_TOOL=OFF >"$out/configure.log" 2>&1 || { cat "$out/configure.log"; exit 1; }
 names=("$@")
 if [ ${#names[@]} -eq 0 ]; then
   for f in "$root"/fuzz/*_fuzzer.cpp; do

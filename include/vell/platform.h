@@ -133,7 +133,12 @@ VELL_API std::shared_ptr<IPropertyStorage> createMemoryPropertyStorage();
 // file in the same directory, flushed and renamed) under an exclusive lock on
 // the sidecar file "<path>.lock", which lockForUpdate() also takes. A file that
 // cannot be read or parsed is logged at ERROR and, before the next write,
-// moved aside to "<path>.corrupt-<UTC time>" instead of being overwritten.
+// moved aside to "<path>.corrupt-<UTC time>" instead of being overwritten; so is
+// a file nested deeper than 192 JSON levels (a real one has a few). A path that
+// is a symbolic link is written through to its target, which is replaced
+// atomically, so the link stays a link. Temporary files of writers that were
+// killed are removed under the lock by the next write and by the first read of
+// each storage object.
 VELL_API std::shared_ptr<IPropertyStorage> createJsonFilePropertyStorage(const std::string &path);
 
 // --- Message catalogs ----------------------------------------------------------------------

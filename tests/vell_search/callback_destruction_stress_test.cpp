@@ -48,7 +48,7 @@ public:
   confidence_t getConfidenceLevel(search_category_t, unsigned int) override {
     m_state->check();
     ++calls;
-    return confidence_t(2);
+    return confidence_t(1); // valid, high confidence
   }
   static std::atomic<int> calls;
 
@@ -104,17 +104,17 @@ TEST(CallbackDestructionStressTest, WrappedCallbacksAreNeverEnteredOnceTheirDest
   // Installing writes the environment, which its owner does while no search
   // reads it; destroying an installed callback needs no such care.
   std::shared_mutex environmentWrites;
-  // Searchers hold back while an install waits: the reader-preferring lock
-  // would otherwise starve the writer on a busy machine.
-  std::atomic<bool> installWaiting{false};
   std::atomic<bool> stop{false};
+  std::atomic<bool> installing{false};
   std::atomic<int> searches{0};
   std::atomic<int> wrong{0};
   std::vector<std::thread> searchers;
   for (int t = 0; t < 8; ++t) {
     searchers.emplace_back([&] {
       while (!stop.load()) {
-        while (installWaiting.load())
+        // Readers step aside while an installation waits (the mutex itself
+        // would let a steady stream of readers starve the writer).
+        while (installing.load())
           std::this_thread::yield();
         std::shared_lock<std::shared_mutex> reading(environmentWrites);
         ObjectPtr<IValidFile> found = search->findBinFile("libx.so", nullptr, nullptr, 0);
@@ -131,12 +131,12 @@ TEST(CallbackDestructionStressTest, WrappedCallbacksAreNeverEnteredOnceTheirDest
     // The installed callbacks die while searches are calling them.
     current.reset();
     ++destroyed;
-    installWaiting = true;
     {
+      installing = true;
       std::unique_lock<std::shared_mutex> writing(environmentWrites);
       install(*env, *next);
+      installing = false;
     }
-    installWaiting = false;
     current = std::move(next);
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
