@@ -229,7 +229,7 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
   EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
                                    "--cache", "--result-dir", "--kernel-release", "--suggest", "--steps",
-                                   "--all", "--explain"}),
+                                   "--all", "--explain", "--batch", "--no-index"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");
