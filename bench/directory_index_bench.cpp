@@ -209,8 +209,8 @@ void measureMemory(const std::string &root, const Shape &shape) {
     const long peak = statusKb("VmHWM:");
     const long after = statusKb("VmRSS:");
     const double files = double(statistics.entries);
-    std::printf("index of %s: %zu directories, %zu entries, %zu distinct names\n", shape.name,
-                statistics.directories, statistics.entries, statistics.distinctNames);
+    std::printf("index of %s: %zu directories, %zu entries\n", shape.name, statistics.directories,
+                statistics.entries);
     std::printf("  counted: %.1f MB (%.1f bytes per entry); resident after: %.1f MB, peak: %.1f MB above the "
                 "start (%.1f MB per 1,000,000 entries)\n",
                 double(statistics.memoryBytes) / 1e6, double(statistics.memoryBytes) / files,

@@ -31,8 +31,7 @@ struct VELL_API DirectoryIndexOptions {
 struct VELL_API DirectoryIndexStatistics {
   size_t trees = 0;
   size_t directories = 0;   // directories of every tree's walk
-  size_t entries = 0;       // names listed in those directories
-  size_t distinctNames = 0; // names kept once per tree
+  size_t entries = 0;     // names listed in those directories
   size_t memoryBytes = 0;
   uint64_t listings = 0; // directories read from the file system so far
   uint64_t checks = 0;   // freshness checks of a tree so far

@@ -91,7 +91,6 @@ DirectoryIndexStatistics DirectoryIndex::statistics() const {
       ++result.trees;
     result.directories += tree->tree.directoryCount();
     result.entries += tree->tree.entryCount();
-    result.distinctNames += tree->tree.distinctNames();
     result.memoryBytes += tree->tree.memoryBytes();
     result.listings += tree->tree.listingsRead();
     result.checks += tree->tree.checks();

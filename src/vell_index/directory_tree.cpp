@@ -25,14 +25,19 @@ size_t stringBytes(const std::string &text) {
 
 bool DirectoryTree::refresh(const std::string &root, unsigned int threads) {
   ++m_checks;
-  m_lastCheck = std::chrono::steady_clock::now();
+  // The age of a check counts from its end: a check that takes longer than
+  // the maximal age must not make every later look-up check again.
+  struct CheckedAtEnd {
+    std::chrono::steady_clock::time_point &stamp;
+    ~CheckedAtEnd() { stamp = std::chrono::steady_clock::now(); }
+  } checked{m_lastCheck};
   struct stat st;
   if (::stat(root.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
     forget();
     return false;
   }
   std::deque<Listing> listings;
-  TreeLister lister(m_names, m_listings, listings);
+  TreeLister lister(m_listings, listings);
   lister.run(root, identityOf(st), threads);
   m_listingsRead += lister.listingsRead();
 
@@ -55,7 +60,6 @@ bool DirectoryTree::refresh(const std::string &root, unsigned int threads) {
 }
 
 void DirectoryTree::forget() {
-  m_names.clear();
   m_listings.clear();
   m_walk.clear();
   m_postings.clear();
@@ -70,12 +74,13 @@ bool DirectoryTree::sameStructure(const std::deque<Listing> &fresh, const TreeLi
   for (const Listing &now : fresh) {
     const Listing *before = lister.previous(now.identity);
     if (!before || now.readable != before->readable || now.descend != before->descend ||
-        now.names != before->names || now.children.size() != before->children.size())
+        now.names != before->names || now.candidateNames != before->candidateNames ||
+        now.children.size() != before->children.size())
       return false;
     for (size_t i = 0; i < now.children.size(); ++i) {
       const Child &child = now.children[i];
       const Child &was = before->children[i];
-      if (child.nameId != was.nameId ||
+      if (child.nameOffset != was.nameOffset ||
           !fresh[child.listing].identity.sameDirectory(m_listings[was.listing].identity))
         return false;
     }
@@ -102,7 +107,8 @@ void DirectoryTree::buildWalk(uint32_t rootListing) {
       continue;
     // Depth first, subdirectories in listing order.
     for (auto child = listing.children.rbegin(); child != listing.children.rend(); ++child)
-      pending.push_back(WalkNode{(base / std::string(m_names.name(child->nameId))).string(), child->listing});
+      pending.push_back(
+          WalkNode{(base / (listing.candidateNames.c_str() + child->nameOffset)).string(), child->listing});
   }
   m_walk.shrink_to_fit();
 }
@@ -120,8 +126,8 @@ void DirectoryTree::buildPostings() {
       m_unlisted.push_back(position);
       continue;
     }
-    for (uint32_t id : listing.names)
-      m_postings.push_back((static_cast<uint64_t>(id) << 32) | position);
+    for (uint64_t hash : listing.names)
+      m_postings.push_back(Posting{hash, position});
   }
   std::sort(m_postings.begin(), m_postings.end());
   m_entries = m_postings.size();
@@ -130,18 +136,16 @@ void DirectoryTree::buildPostings() {
 
 void DirectoryTree::directoriesHolding(const std::string &name, std::vector<const std::string *> &paths) const {
   paths.clear();
-  auto posting = m_postings.end();
-  uint32_t id = 0;
-  if (m_names.find(name, id))
-    posting = std::lower_bound(m_postings.begin(), m_postings.end(), static_cast<uint64_t>(id) << 32);
+  const uint64_t hash = nameHash(name);
+  auto posting = std::lower_bound(m_postings.begin(), m_postings.end(), Posting{hash, 0});
   auto unlisted = m_unlisted.begin();
   // Both lists are in walk order: merge them.
   for (;;) {
-    const bool hasPosting = posting != m_postings.end() && (*posting >> 32) == id;
+    const bool hasPosting = posting != m_postings.end() && posting->hash == hash;
     const bool hasUnlisted = unlisted != m_unlisted.end();
     if (!hasPosting && !hasUnlisted)
       return;
-    const uint32_t fromPosting = hasPosting ? static_cast<uint32_t>(*posting) : UINT32_MAX;
+    const uint32_t fromPosting = hasPosting ? posting->position : UINT32_MAX;
     const uint32_t fromUnlisted = hasUnlisted ? *unlisted : UINT32_MAX;
     if (fromPosting < fromUnlisted) {
       paths.push_back(&m_walk[fromPosting].path);
@@ -154,15 +158,15 @@ void DirectoryTree::directoriesHolding(const std::string &name, std::vector<cons
 }
 
 size_t DirectoryTree::memoryBytes() const {
-  size_t bytes = sizeof(*this) + m_names.memoryBytes();
+  size_t bytes = sizeof(*this);
   for (const Listing &listing : m_listings)
     bytes += sizeof(Listing) + stringBytes(listing.path) + stringBytes(listing.candidateNames) +
-             listing.names.capacity() * sizeof(uint32_t) +
+             listing.names.capacity() * sizeof(uint64_t) +
              listing.subdirectoryCandidates.capacity() * sizeof(uint32_t) +
              listing.children.capacity() * sizeof(Child);
   for (const WalkNode &node : m_walk)
     bytes += sizeof(WalkNode) + stringBytes(node.path);
-  bytes += m_postings.capacity() * sizeof(uint64_t) + m_unlisted.capacity() * sizeof(uint32_t);
+  bytes += m_postings.capacity() * sizeof(Posting) + m_unlisted.capacity() * sizeof(uint32_t);
   return bytes;
 }
 

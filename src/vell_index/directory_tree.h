@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "vell_index/name_table.h"
+#include <string_view>
 
 namespace VELL_2_13 {
 namespace index {
@@ -30,11 +30,17 @@ struct DirIdentity {
   }
 };
 
-// A subdirectory as the walk descends into it: its name and its listing.
+// A subdirectory as the walk descends into it: where its name starts in its
+// parent's candidate names, and its listing.
 struct Child {
-  uint32_t nameId;
+  uint32_t nameOffset;
   uint32_t listing;
 };
+
+// What the index keeps of an entry's name. Two names with the same hash only
+// make a look-up offer a candidate that the walk offers too when it exists:
+// the candidate is always built from the name looked up.
+uint64_t nameHash(std::string_view name);
 
 // One directory's entries, read once per identity.
 struct Listing {
@@ -44,12 +50,12 @@ struct Listing {
   bool descend = false;  // every entry was classified: the walk goes on below
   bool racy = false;     // modified within the time stamps' granularity of the reading
   bool fresh = false;    // read in the latest pass, not taken over from the one before
-  std::vector<uint32_t> names;
-  // Entries that are or may be directories, in listing order; the top bit
-  // marks a link or an unknown type, classified anew on every check.
+  std::vector<uint64_t> names; // hashes of every entry's name
+  // Entries that are or may be directories, in listing order, as offsets of
+  // their names in candidateNames; the top bit marks a link or an unknown
+  // type, classified anew on every check.
   std::vector<uint32_t> subdirectoryCandidates;
-  // Their names, each ended by a NUL: classified without the name table,
-  // which other listing threads are filling meanwhile.
+  // Their names, each ended by a NUL.
   std::string candidateNames;
   std::vector<Child> children;
 };
@@ -77,7 +83,6 @@ public:
   std::chrono::steady_clock::time_point lastCheck() const { return m_lastCheck; }
   size_t directoryCount() const { return m_walk.size(); }
   size_t entryCount() const { return m_entries; }
-  size_t distinctNames() const { return m_names.size(); }
   uint64_t listingsRead() const { return m_listingsRead; }
   uint64_t checks() const { return m_checks; }
   size_t memoryBytes() const;
@@ -90,12 +95,18 @@ private:
   bool sameStructure(const std::deque<Listing> &fresh, const TreeLister &lister) const;
   void forget();
 
-  NameTable m_names;
   std::deque<Listing> m_listings;
   uint32_t m_rootListing = 0;
   std::vector<WalkNode> m_walk;
-  // (name id << 32 | walk position), sorted: the directories holding a name.
-  std::vector<uint64_t> m_postings;
+  // (name hash, walk position), sorted: the directories holding a name.
+  struct Posting {
+    uint64_t hash;
+    uint32_t position;
+    bool operator<(const Posting &other) const {
+      return hash != other.hash ? hash < other.hash : position < other.position;
+    }
+  };
+  std::vector<Posting> m_postings;
   // Walk positions of the directories that could not be listed completely:
   // the walk offers a candidate in each of them whatever they hold.
   std::vector<uint32_t> m_unlisted;

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <ctime>
+#include <functional>
+#include <string_view>
 
 #include <fcntl.h>
 
@@ -37,6 +39,8 @@ int64_t nowNs() {
 
 } // namespace
 
+uint64_t nameHash(std::string_view name) { return std::hash<std::string_view>()(name); }
+
 DirIdentity identityOf(const struct stat &st) {
   DirIdentity identity;
   identity.device = st.st_dev;
@@ -46,8 +50,7 @@ DirIdentity identityOf(const struct stat &st) {
   return identity;
 }
 
-TreeLister::TreeLister(NameTable &names, const std::deque<Listing> &before, std::deque<Listing> &out)
-    : m_names(names), m_out(out) {
+TreeLister::TreeLister(const std::deque<Listing> &before, std::deque<Listing> &out) : m_out(out) {
   for (const Listing &listing : before)
     m_before.emplace(Key(listing.identity.device, listing.identity.inode), &listing);
 }
@@ -125,10 +128,10 @@ void TreeLister::process(Listing &listing) {
     listing.names = before->names;
     listing.subdirectoryCandidates = before->subdirectoryCandidates;
     listing.candidateNames = before->candidateNames;
-  } else {
-    read(listing);
+    classify(listing, -1);
+    return;
   }
-  classify(listing);
+  read(listing);
 }
 
 void TreeLister::read(Listing &listing) {
@@ -137,13 +140,15 @@ void TreeLister::read(Listing &listing) {
   listing.racy = listing.identity.modifiedNs >= m_startNs - kTimeStampGranularityNs ||
                  listing.identity.changedNs >= m_startNs - kTimeStampGranularityNs;
   const walker::ScopedFd fd(::open(listing.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() < 0)
+  if (fd.get() < 0) {
+    classify(listing, -1);
     return;
+  }
   listing.readable = walker::readEntries(fd.get(), [&](const char *name, unsigned char type) {
-    const uint32_t id = m_names.intern(name);
-    listing.names.push_back(id);
+    listing.names.push_back(nameHash(name));
     if (type == DT_DIR || type == DT_LNK || type == DT_UNKNOWN) {
-      listing.subdirectoryCandidates.push_back(type == DT_DIR ? id : (id | kNeedsClassification));
+      const uint32_t offset = static_cast<uint32_t>(listing.candidateNames.size());
+      listing.subdirectoryCandidates.push_back(type == DT_DIR ? offset : (offset | kNeedsClassification));
       listing.candidateNames.append(name);
       listing.candidateNames.push_back('\0');
     }
@@ -152,21 +157,22 @@ void TreeLister::read(Listing &listing) {
   listing.names.shrink_to_fit();
   listing.subdirectoryCandidates.shrink_to_fit();
   listing.candidateNames.shrink_to_fit();
+  classify(listing, fd.get());
 }
 
-void TreeLister::classify(Listing &listing) {
+void TreeLister::classify(Listing &listing, int dirFd) {
   listing.children.clear();
   listing.descend = listing.readable;
   if (!listing.readable)
     return;
   const boost::filesystem::path base(listing.path);
-  size_t offset = 0;
   for (uint32_t candidate : listing.subdirectoryCandidates) {
+    const uint32_t offset = candidate & ~kNeedsClassification;
     const char *name = listing.candidateNames.c_str() + offset;
-    offset += std::char_traits<char>::length(name) + 1;
     const std::string path = (base / name).string();
+    // Relative to the open directory when there is one: no path to resolve.
     struct stat st;
-    const bool queried = ::stat(path.c_str(), &st) == 0;
+    const bool queried = (dirFd >= 0 ? ::fstatat(dirFd, name, &st, 0) : ::stat(path.c_str(), &st)) == 0;
     if (!queried && (candidate & kNeedsClassification) && errno != ENOENT && errno != ENOTDIR) {
       // A link the walk cannot classify ends its listing of this directory:
       // it descends into none of the subdirectories.
@@ -177,7 +183,7 @@ void TreeLister::classify(Listing &listing) {
     if (!queried || !S_ISDIR(st.st_mode))
       continue;
     const uint32_t child = claim(path, identityOf(st));
-    listing.children.push_back(Child{candidate & ~kNeedsClassification, child});
+    listing.children.push_back(Child{offset, child});
   }
   listing.children.shrink_to_fit();
 }

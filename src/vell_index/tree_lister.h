@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "vell_index/directory_tree.h"
-#include "vell_index/name_table.h"
 
 namespace VELL_2_13 {
 namespace index {
@@ -28,7 +27,7 @@ class TreeLister {
 public:
   // before: the previous pass's listings (may be empty); out receives the
   // new ones, the root's first.
-  TreeLister(NameTable &names, const std::deque<Listing> &before, std::deque<Listing> &out);
+  TreeLister(const std::deque<Listing> &before, std::deque<Listing> &out);
 
   void run(const std::string &root, const DirIdentity &rootIdentity, unsigned int threads);
   uint64_t listingsRead() const { return m_read.load(); }
@@ -44,10 +43,11 @@ private:
   void work(bool caller);
   void process(Listing &listing);
   void read(Listing &listing);
-  void classify(Listing &listing);
+  // Finds the subdirectories among the candidates, relative to dirFd when
+  // it is not -1.
+  void classify(Listing &listing, int dirFd);
   uint32_t claim(const std::string &path, const DirIdentity &identity);
 
-  NameTable &m_names;
   std::deque<Listing> &m_out;
   std::unordered_map<Key, const Listing *, KeyHash> m_before;
   int64_t m_startNs = 0;

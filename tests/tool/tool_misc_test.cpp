@@ -230,7 +230,7 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
                                    "--cache", "--result-dir", "--kernel-release", "--suggest", "--steps",
                                    "--all", "--explain", "--build-id", "--no-build-id", "--debug-dir", "--server",
-                                   "--no-servers", "--server-timeout"}),
+                                   "--no-servers", "--server-timeout", "--batch", "--no-index"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");
