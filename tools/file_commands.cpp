@@ -1,4 +1,4 @@
-// vell checksum and vell extract-kernel: single-file utilities.
+// vell checksum: the checksum of one file.
 #include "file_commands.h"
 
 #include <fstream>
@@ -35,23 +35,6 @@ int runChecksum(const GlobalOptions &global, const std::string &file, bool sha1)
   else
     std::cout << text << "\n";
   return kExitSuccess;
-}
-
-int runExtractKernel(const GlobalOptions &global, const std::string &compressed, const std::string &output) {
-  requireFile("extract-kernel", compressed);
-  if (output.empty())
-    throw BadInput("extract-kernel: empty output path");
-  std::string outputDir = absolutePath(output);
-  outputDir = outputDir.substr(0, outputDir.find_last_of('/') + 1);
-  requireDirectory("extract-kernel", outputDir.empty() ? "." : outputDir);
-  bool extracted = utils::extractVmlinux(compressed.c_str(), output.c_str());
-  if (global.json)
-    std::cout << json{{"input", compressed}, {"output", output}, {"extracted", extracted}}.dump(2) << "\n";
-  else if (extracted)
-    std::cout << "extracted: " << output << "\n";
-  else
-    std::cerr << "vell: no kernel image could be extracted from " << compressed << "\n";
-  return extracted ? kExitSuccess : kExitNotFound;
 }
 
 } // namespace vell_tool

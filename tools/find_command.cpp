@@ -17,6 +17,7 @@
 #include "categories.h"
 #include "file_checks.h"
 #include "find_report.h"
+#include "kernel_support.h"
 #include "search_callbacks.h"
 #include "search_contexts.h"
 #include "step_tracker.h"
@@ -44,6 +45,7 @@ struct FindRequest {
   std::string cache;
   std::string resultDir;
   std::string kernelRelease;
+  std::string sysroot;
   ObjectPtr<ISearchStepsConfigurator> steps;
   std::string configPath;
 };
@@ -172,6 +174,10 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     requireDirectory("--result-dir", options.resultDir);
     request.resultDir = absolutePath(options.resultDir);
   }
+  if (!options.sysroot.empty()) {
+    requireDirectory("--sysroot", options.sysroot);
+    request.sysroot = absolutePath(options.sysroot);
+  }
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
   request.steps = stepsConfigurator(request.category, options);
   request.configPath = userConfigPath(global.config);
@@ -279,12 +285,20 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
   if (options.explain)
     mgr.registerNoFilesFoundCallback(commandLine, CLIENT_ID, &rejections);
 
-  ObjectPtr<IFileSearch> fileSearch =
-      mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
+  ObjectPtr<IFileSearch> fileSearch = createToolFileSearch(mgr, commandLine, CLIENT_ID, options.plainKernel,
+                                                          request.sysroot, request.kernelRelease);
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = options.explain ? &recorder : checks.callback();
   ObjectPtr<IValidFile> found = search(*fileSearch, request, options, validator);
+
+  // A compressed kernel image is no answer when its image cannot be had.
+  if (!options.plainKernel && request.category == scBinaryFiles && isUnextractedKernel(found)) {
+    std::cerr << "vell: the kernel image " << found->name() << " was found but cannot be extracted\n";
+    found = ObjectPtr<IValidFile>();
+  }
+  if (!options.plainKernel && request.category == scBinaryFiles)
+    warnAboutModuleRelease(found, request.kernelRelease);
 
   FindReport report;
   report.category = request.category;

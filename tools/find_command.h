@@ -26,6 +26,8 @@ struct FindOptions {
   std::string steps;
   bool all = false;
   bool explain = false;
+  std::string sysroot;      // a copy of the recorded system's files
+  bool plainKernel = false; // no kernel handling beyond the library's default
 };
 
 // Runs the search and prints its outcome; returns the exit status. Throws

@@ -4,6 +4,7 @@
 #include "vell/callbacks.h"
 #include "vell/context.h"
 #include "vell/file_search.h"
+#include "vell/kernel.h"
 #include "vell/objects.h"
 #include "vell/platform.h"
 #include "vell/results.h"

@@ -6,6 +6,7 @@
 
 #include "platform/log.h"
 #include "vell_search/bin_file_search_strategy.h"
+#include "vell_search/kernel_bin_strategy.h"
 #include "vell_search/src_file_search_strategy.h"
 #include "vell_search/sym_file_search_strategy.h"
 #include "vell_search_impl/found_files_lazy_iterator.h"
@@ -37,6 +38,15 @@ FileSearch::FileSearch(const ObjectPtr<ISearchEnv> &env) : m_pSearchEnv(env), m_
     if (utils::createUniqueTempDir(m_tempDir) != 0)
       m_tempDir.clear();
   }
+}
+
+FileSearch::FileSearch(const ObjectPtr<ISearchEnv> &env, const KernelSearchOptions &options) : FileSearch(env) {
+  m_kernelOptions.reset(new KernelSearchOptions(options));
+}
+
+ObjectPtr<IFileSearch> createKernelAwareFileSearch(const ObjectPtr<ISearchEnv> &env,
+                                                   const KernelSearchOptions &options) {
+  return ObjectPtr<IFileSearch>(new FileSearch(env, options));
 }
 
 FileSearch::~FileSearch() {
@@ -86,6 +96,15 @@ ObjectPtr<IValidFile> FileSearch::internalFindBinFile(const char *binName,
   Validator validator(validatorCallback, m_confidencePolicy, scBinaryFiles, ObjectPtr<IChecksum>(), retriever,
                       binName);
   const std::string name = utils::getCanonicalName(binName, false);
+  if (m_kernelOptions) {
+    std::string release = m_kernelOptions->kernelRelease;
+    ObjectPtr<IEnvironmentInfo> info =
+        m_pSearchEnv ? m_pSearchEnv->environmentInfo() : ObjectPtr<IEnvironmentInfo>();
+    if (release.empty() && info && info->kernelRelease())
+      release = info->kernelRelease();
+    KernelAwareBinStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator, *m_kernelOptions, release);
+    return findFile(strategy, validator, suggestedPath, searchStepsMask);
+  }
   BinFileSearchStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator);
   return findFile(strategy, validator, suggestedPath, searchStepsMask);
 }
@@ -143,6 +162,7 @@ ObjectPtr<IValidFile> FileSearch::findFile(IFileSearchStrategy &strategy, Valida
   VELL_LOG_INFO("Suggested resolutions after callback: suggestedResolutions:" << dump(suggestions));
 
   FoundFilesLazyIterator candidates(strategy, validator, searchStepsMask);
+  candidates.setKernelOptions(m_kernelOptions.get());
   // Suggestions enter the lists ahead of anything the steps find.
   for (const std::string &suggestion : suggestions.strings())
     candidates.validateAndAdd(suggestion.c_str(), ssAskUser);

@@ -2,9 +2,11 @@
 // file or source file over a search environment.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "vell/file_search.h"
+#include "vell/kernel.h"
 #include "vell_search/confidence_policy.h"
 #include "vell_search/file_search_strategy.h"
 
@@ -15,6 +17,8 @@ class Validator;
 class FileSearch : public RefCountImpl<IFileSearch> {
 public:
   explicit FileSearch(const ObjectPtr<ISearchEnv> &env);
+  // A kernel-aware search (createKernelAwareFileSearch).
+  FileSearch(const ObjectPtr<ISearchEnv> &env, const KernelSearchOptions &options);
   ~FileSearch() override;
 
   ObjectPtr<IValidFile> findBinFile(const char *binName, IValidatorCallback *validatorCallback,
@@ -42,6 +46,8 @@ private:
   ObjectPtr<ISearchEnv> m_pSearchEnv;
   ConfidenceLevelPolicyWrapper m_confidencePolicy;
   std::string m_tempDir;
+  // Set for a kernel-aware search only.
+  std::unique_ptr<const KernelSearchOptions> m_kernelOptions;
 };
 
 } // namespace VELL_2_13
