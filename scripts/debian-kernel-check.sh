@@ -41,7 +41,7 @@ vmlinuz=root/boot/vmlinuz-$release
 [ -f "$vmlinuz" ] || fail "the package holds no $vmlinuz"
 
 # The payload starts with the lz4 legacy magic; lz4 -dc of it is the reference.
-offset=$(LC_ALL=C grep -obUaP '\x02\x21\x4c\x18' "$vmlinuz" | head -n 1 | cut -d: -f1)
+offset=$(LC_ALL=C grep -obUaP '\x02\x21\x4c\x18' "$vmlinuz" | sed -n 1p | cut -d: -f1)
 [ -n "$offset" ] || fail "no lz4 payload in $vmlinuz"
 tail -c +$((offset + 1)) "$vmlinuz" | lz4 -dc >expected 2>lz4.log || true
 [ -s expected ] || fail "lz4 -dc produced nothing"
@@ -60,7 +60,7 @@ cmp expected "$image" || fail "find bin vmlinux --sysroot returned $image, not t
 echo "ok: find bin vmlinux --sysroot returns the extracted image"
 
 # A module whose file name has a dash, asked for by its kernel name.
-module=$(find "root/lib/modules/$release/kernel" -name '*-*.ko*' | sort | head -n 1)
+module=$(find "root/lib/modules/$release/kernel" -name '*-*.ko*' | sort | sed -n 1p)
 [ -n "$module" ] || fail "no module with a dash in its name"
 file=$(basename "$module")
 kernelName=${file%%.ko*}
@@ -75,7 +75,7 @@ case "$found" in */lib/modules/"$release"/*) ;; *) fail "find bin $kernelName re
 echo "ok: module $file found by its kernel name $kernelName"
 
 # A recorded module path finds the target release's copy under the root.
-xfs=$(find "root/lib/modules/$release/kernel" -name 'xfs.ko*' | head -n 1)
+xfs=$(find "root/lib/modules/$release/kernel" -name 'xfs.ko*' | sed -n 1p)
 [ -n "$xfs" ] || fail "no xfs module in the package"
 recorded=/lib/modules/$release/kernel/fs/xfs/$(basename "$xfs")
 "$tool" find bin "$recorded" --kernel-release "$release" --sysroot root | tee xfs.log
