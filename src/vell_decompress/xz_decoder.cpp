@@ -1,4 +1,5 @@
 // One xz stream or one lzma ("alone") stream decoded with liblzma.
+#include <cstdint>
 #include <vector>
 
 #include <lzma.h>
@@ -9,6 +10,10 @@ namespace VELL_2_13 {
 namespace decompress {
 
 namespace {
+
+// Kernels use dictionaries of at most a few tens of MiB; a false header that
+// asks for more is no kernel's.
+constexpr uint64_t kMemoryLimit = 1ULL << 30;
 
 class LzmaStream {
 public:
@@ -48,14 +53,14 @@ DecodeResult run(lzma_stream &stream, const unsigned char *data, size_t size, Ou
 
 DecodeResult decodeXz(const unsigned char *data, size_t size, OutputSink &sink) {
   LzmaStream stream;
-  if (lzma_stream_decoder(&stream.get(), UINT64_MAX, 0) != LZMA_OK)
+  if (lzma_stream_decoder(&stream.get(), kMemoryLimit, 0) != LZMA_OK)
     return DecodeResult::corrupt;
   return run(stream.get(), data, size, sink);
 }
 
 DecodeResult decodeLzma(const unsigned char *data, size_t size, OutputSink &sink) {
   LzmaStream stream;
-  if (lzma_alone_decoder(&stream.get(), UINT64_MAX) != LZMA_OK)
+  if (lzma_alone_decoder(&stream.get(), kMemoryLimit) != LZMA_OK)
     return DecodeResult::corrupt;
   return run(stream.get(), data, size, sink);
 }
