@@ -4,10 +4,12 @@
 # and a ThreadSanitizer build (VELL_TEST_TSAN=0 leaves the last out). Then
 # installs the library into a scratch prefix, builds the example host program
 # against it with find_package(vell) and runs the tool tests against the
-# installed tool. Then builds the Debian packages with cpack, installs them
-# with dpkg -i, builds the example against them with CMake and pkg-config, runs
-# it and the installed tool, and removes the packages again. Last, every
-# libFuzzer harness of fuzz/ runs for VELL_FUZZ_SECONDS (default 30) seconds.
+# installed tool, and checks the tool against Debian's own kernel package
+# (downloaded with apt-get download; the run fails when it cannot be). Then
+# builds the Debian packages with cpack, installs them with dpkg -i, builds the
+# example against them with CMake and pkg-config, runs it and the installed
+# tool, and removes the packages again. Last, every libFuzzer harness of fuzz/
+# runs for VELL_FUZZ_SECONDS (default 30) seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -54,6 +56,8 @@ LD_LIBRARY_PATH="$prefix/lib:$prefix/lib/$(gcc -print-multiarch 2>/dev/null || t
   "$out/example/vell_example" /bin/sh
 echo "=== the tool tests again, against the installed tool"
 VELL_TEST_TOOL="$prefix/bin/vell" "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
+echo "=== Debian's kernel package: extraction, modules by kernel name, --sysroot"
+bash "$root/scripts/debian-kernel-check.sh" "$out/normal/tools/vell"
 
 echo "=== a moved installation: vell.pc and the library's catalogs follow it"
 # Everything the unprivileged run below needs lies in a scratch directory open to others.

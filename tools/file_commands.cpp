@@ -1,4 +1,4 @@
-// vell checksum and vell extract-kernel: single-file utilities.
+// vell checksum: the checksum of one file.
 #include "file_commands.h"
 
 #include <cerrno>
@@ -23,25 +23,6 @@ using nlohmann::json;
 
 namespace vell_tool {
 
-namespace {
-
-// The output of extract-kernel must be a file this user may write (or create
-// in directory): otherwise the failure is the output's, not the input's.
-void requireWritableOutput(const std::string &output, const std::string &directory) {
-  struct stat st {};
-  if (::stat(output.c_str(), &st) == 0) {
-    if (S_ISDIR(st.st_mode))
-      throw BadInput("extract-kernel: the output '" + output + "' is a directory; name the file to write");
-    if (::access(output.c_str(), W_OK) != 0)
-      throw BadInput("extract-kernel: cannot write the output '" + output + "': " + std::strerror(errno));
-    return;
-  }
-  if (::access(directory.c_str(), W_OK | X_OK) != 0)
-    throw BadInput("extract-kernel: cannot create the output '" + output + "' in " + directory + ": " +
-                   std::strerror(errno));
-}
-
-} // namespace
 
 int runChecksum(const GlobalOptions &global, const std::string &file, bool sha1) {
   requireFile("checksum", file);
@@ -64,28 +45,6 @@ int runChecksum(const GlobalOptions &global, const std::string &file, bool sha1)
     std::cout << text << "\n";
   }
   return kExitSuccess;
-}
-
-int runExtractKernel(const GlobalOptions &global, const std::string &compressed, const std::string &output) {
-  requireFile("extract-kernel", compressed);
-  if (output.empty())
-    throw BadInput("extract-kernel: empty output path");
-  std::string outputDir = absolutePath(output);
-  outputDir = outputDir.substr(0, outputDir.find_last_of('/') + 1);
-  requireDirectory("extract-kernel", outputDir.empty() ? "." : outputDir);
-  requireWritableOutput(output, outputDir.empty() ? "." : outputDir);
-  bool extracted = utils::extractVmlinux(compressed.c_str(), output.c_str());
-  if (global.json) {
-    json out{{"extracted", extracted}};
-    putText(out, "input", compressed);
-    putText(out, "output", output);
-    std::cout << documentText(out) << "\n";
-  } else if (extracted) {
-    std::cout << "extracted: " << output << "\n";
-  } else {
-    std::cerr << "vell: no kernel image could be extracted from " << compressed << "\n";
-  }
-  return extracted ? kExitSuccess : kExitNotFound;
 }
 
 } // namespace vell_tool

@@ -1,4 +1,4 @@
-// vell checksum and vell extract-kernel: single-file utilities.
+// vell checksum: the checksum of one file.
 #pragma once
 
 #include <string>
@@ -10,8 +10,5 @@ namespace vell_tool {
 // Prints the MD5 checksum of file, or "sha1:" and its SHA-1 checksum: the
 // form that --checksum takes.
 int runChecksum(const GlobalOptions &global, const std::string &file, bool sha1);
-
-// Extracts the uncompressed kernel image of a gzip-compressed one into output.
-int runExtractKernel(const GlobalOptions &global, const std::string &compressed, const std::string &output);
 
 } // namespace vell_tool

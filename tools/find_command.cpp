@@ -21,6 +21,7 @@
 #include "dir_warnings.h"
 #include "file_checks.h"
 #include "find_report.h"
+#include "kernel_support.h"
 #include "progress_line.h"
 #include "search_activity.h"
 #include "search_callbacks.h"
@@ -52,6 +53,7 @@ struct FindRequest {
   std::string cache;
   std::string resultDir;
   std::string kernelRelease;
+  std::string sysroot;
   ObjectPtr<ISearchStepsConfigurator> steps;
   std::string configPath;
   std::string buildId; // lowercase hex, or empty
@@ -187,10 +189,13 @@ FindRequest checkOptions(const GlobalOptions &global, const FindOptions &options
     requireDirectory("--result-dir", options.resultDir);
     request.resultDir = absolutePath(options.resultDir);
   }
-  request.buildId =
-      checkBuildIdOptions(options.buildId, options.noBuildId, options.debugDir);
+  request.buildId = checkBuildIdOptions(options.buildId, options.noBuildId, options.debugDir);
   if (!options.debugDir.empty())
     request.debugDir = absolutePath(options.debugDir);
+  if (!options.sysroot.empty()) {
+    requireDirectory("--sysroot", options.sysroot);
+    request.sysroot = absolutePath(options.sysroot);
+  }
   request.kernelRelease = options.kernelRelease.empty() ? runningKernelRelease() : options.kernelRelease;
   request.steps = stepsConfigurator(request.category, options);
   request.configPath = userConfigPath(global.config);
@@ -333,10 +338,8 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
 
   RecordingValidator recorder(checks.callback(), tracker);
 
-  ObjectPtr<IFileSearch> fileSearch =
-      index ? createIndexedFileSearch(mgr.createSearchEnv(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>()),
-                                      index)
-            : mgr.createFileSearch(commandLine, CLIENT_ID, ObjectPtr<IEnvironmentInfo>());
+  ObjectPtr<IFileSearch> fileSearch = createToolFileSearch(mgr, commandLine, CLIENT_ID, options.plainKernel,
+                                                          request.sysroot, request.kernelRelease, index);
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = trackSteps ? &recorder : checks.callback();
@@ -345,6 +348,14 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   ObjectPtr<IValidFile> found = search(*fileSearch, request, options, validator, fetched);
   activity.finish();
   progress.stop();
+
+  // A compressed kernel image is no answer when its image cannot be had.
+  if (!options.plainKernel && request.category == scBinaryFiles && isUnextractedKernel(found)) {
+    std::cerr << "vell: the kernel image " << found->name() << " was found but cannot be extracted\n";
+    found = ObjectPtr<IValidFile>();
+  }
+  if (!options.plainKernel && request.category == scBinaryFiles)
+    warnAboutModuleRelease(found, request.kernelRelease);
 
   report = FindReport();
   report.category = request.category;

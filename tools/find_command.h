@@ -34,6 +34,8 @@ struct FindOptions {
   bool noBuildId = false; // plain search: no build-ID or debug-link candidates, no identity check
   std::string debugDir;   // global debug directory (default /usr/lib/debug)
   ServerOptions remote;
+  std::string sysroot;      // a copy of the recorded system's files
+  bool plainKernel = false; // no kernel handling beyond the library's default
 };
 
 // Runs the search and prints its outcome; returns the exit status. Throws

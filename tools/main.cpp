@@ -17,6 +17,7 @@
 #include "file_commands.h"
 #include "find_command.h"
 #include "global_options.h"
+#include "kernel_support.h"
 #include "steps_option.h"
 #include "tool_language.h"
 #include "tool_output.h"
@@ -269,6 +270,14 @@ int runTool(int argc, char **argv) {
                    "Kernel release of the target system (default: the running kernel's); vell find "
                    "bin vmlinux then also tries /boot/vmlinux-RELEASE and /boot/vmlinuz-RELEASE")
       ->type_name("RELEASE");
+  findCommand
+      ->add_option("--sysroot", find.sysroot,
+                   "A copy of the recorded system's files (its boot/, lib/modules/, usr/lib/debug/): kernel "
+                   "images and modules of the --kernel-release are looked for there before the host's")
+      ->type_name("DIR");
+  findCommand->add_flag("--plain-kernel", find.plainKernel,
+                        "Kernel images and modules as the library finds them by default: gzip-compressed "
+                        "images only, no compressed modules, no '-'/'_' matching, no --sysroot");
   findCommand->add_option("--suggest", find.suggest, "A path to check before any search step")
       ->type_name("PATH");
   findCommand->add_option("--steps", find.steps, STEPS_OPTION_HELP)->type_name("LIST");
@@ -351,8 +360,12 @@ int runTool(int argc, char **argv) {
 
   std::string compressed;
   std::string output;
+  bool plainExtraction = false;
   CLI::App *extractCommand = app.add_subcommand(
-      "extract-kernel", "Extract the uncompressed kernel image of a gzip-compressed kernel into OUTPUT");
+      "extract-kernel", "Extract the uncompressed kernel image of a compressed kernel (gzip, xz, lzma, bzip2, "
+                        "lz4, zstd or lzo) into OUTPUT and name the compression");
+  extractCommand->add_flag("--plain-kernel", plainExtraction,
+                           "Only gzip streams with a plain header, as the library's default extraction");
   extractCommand->footer(COMMAND_FOOTER);
   extractCommand->add_option("compressed", compressed, "The compressed kernel image")
       ->type_name("COMPRESSED")
@@ -397,7 +410,7 @@ int runTool(int argc, char **argv) {
     if (checksumCommand->parsed())
       return runChecksum(global, checksumFile, sha1);
     if (extractCommand->parsed())
-      return runExtractKernel(global, compressed, output);
+      return runExtractKernelImage(global, compressed, output, plainExtraction);
   } catch (const BadInput &e) {
     return reportError(json, kExitBadInput, e.what());
   } catch (const std::exception &e) {

@@ -8,6 +8,7 @@
 
 #include "vell/export.h"
 #include "vell/file_search.h"
+#include "vell/kernel.h"
 #include "vell/objects.h"
 #include "vell/search_env.h"
 
@@ -58,5 +59,11 @@ public:
 // are answered by index; a null index gives the search an index of its own.
 VELL_API ObjectPtr<IFileSearch> createIndexedFileSearch(const ObjectPtr<ISearchEnv> &env,
                                                         const ObjectPtr<IDirectoryIndex> &index);
+
+// A kernel-aware file search (vell/kernel.h) whose recursive directory walks
+// are answered by index; a null index gives the search an index of its own.
+VELL_API ObjectPtr<IFileSearch> createKernelAwareFileSearch(const ObjectPtr<ISearchEnv> &env,
+                                                            const KernelSearchOptions &options,
+                                                            const ObjectPtr<IDirectoryIndex> &index);
 
 } // namespace VELL_2_13

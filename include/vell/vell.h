@@ -9,6 +9,7 @@
 #include "vell/elf_identity.h"
 #include "vell/file_search.h"
 #include "vell/http_retriever.h"
+#include "vell/kernel.h"
 #include "vell/objects.h"
 #include "vell/platform.h"
 #include "vell/library_catalogs.h"

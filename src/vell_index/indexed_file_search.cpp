@@ -5,13 +5,26 @@
 
 namespace VELL_2_13 {
 
+namespace {
+
+// Only the library's own index can answer a walk; any other gets one.
+ObjectPtr<IDirectoryIndex> usableIndex(const ObjectPtr<IDirectoryIndex> &index) {
+  if (dynamic_cast<DirectoryIndex *>(index.get()))
+    return index;
+  return IDirectoryIndex::create();
+}
+
+} // namespace
+
 ObjectPtr<IFileSearch> createIndexedFileSearch(const ObjectPtr<ISearchEnv> &env,
                                                const ObjectPtr<IDirectoryIndex> &index) {
-  // Only the library's own index can answer a walk; any other gets one.
-  ObjectPtr<IDirectoryIndex> used = index;
-  if (!dynamic_cast<DirectoryIndex *>(used.get()))
-    used = IDirectoryIndex::create();
-  return ObjectPtr<IFileSearch>(new FileSearch(env, used));
+  return ObjectPtr<IFileSearch>(new FileSearch(env, usableIndex(index)));
+}
+
+ObjectPtr<IFileSearch> createKernelAwareFileSearch(const ObjectPtr<ISearchEnv> &env,
+                                                   const KernelSearchOptions &options,
+                                                   const ObjectPtr<IDirectoryIndex> &index) {
+  return ObjectPtr<IFileSearch>(new FileSearch(env, options, usableIndex(index)));
 }
 
 } // namespace VELL_2_13

@@ -7,6 +7,7 @@
 #include "platform/log.h"
 #include "vell_index/directory_index.h"
 #include "vell_search/bin_file_search_strategy.h"
+#include "vell_search/kernel_bin_strategy.h"
 #include "vell_search/src_file_search_strategy.h"
 #include "vell_search/sym_file_search_strategy.h"
 #include "vell_search_impl/found_files_lazy_iterator.h"
@@ -44,6 +45,17 @@ FileSearch::FileSearch(const ObjectPtr<ISearchEnv> &env, const ObjectPtr<IDirect
     : FileSearch(env) {
   m_directoryIndex = index;
   m_index = dynamic_cast<DirectoryIndex *>(index.get());
+}
+
+FileSearch::FileSearch(const ObjectPtr<ISearchEnv> &env, const KernelSearchOptions &options,
+                       const ObjectPtr<IDirectoryIndex> &index)
+    : FileSearch(env, index) {
+  m_kernelOptions.reset(new KernelSearchOptions(options));
+}
+
+ObjectPtr<IFileSearch> createKernelAwareFileSearch(const ObjectPtr<ISearchEnv> &env,
+                                                   const KernelSearchOptions &options) {
+  return ObjectPtr<IFileSearch>(new FileSearch(env, options, ObjectPtr<IDirectoryIndex>()));
 }
 
 FileSearch::~FileSearch() {
@@ -93,6 +105,16 @@ ObjectPtr<IValidFile> FileSearch::internalFindBinFile(const char *binName,
   Validator validator(validatorCallback, m_confidencePolicy, scBinaryFiles, ObjectPtr<IChecksum>(), retriever,
                       binName);
   const std::string name = utils::getCanonicalName(binName, false);
+  if (m_kernelOptions) {
+    std::string release = m_kernelOptions->kernelRelease;
+    ObjectPtr<IEnvironmentInfo> info =
+        m_pSearchEnv ? m_pSearchEnv->environmentInfo() : ObjectPtr<IEnvironmentInfo>();
+    if (release.empty() && info && info->kernelRelease())
+      release = info->kernelRelease();
+    KernelAwareBinStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator, *m_kernelOptions, release);
+    strategy.setDirectoryIndex(m_index);
+    return findFile(strategy, validator, suggestedPath, searchStepsMask);
+  }
   BinFileSearchStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator);
   strategy.setDirectoryIndex(m_index);
   return findFile(strategy, validator, suggestedPath, searchStepsMask);
@@ -153,6 +175,7 @@ ObjectPtr<IValidFile> FileSearch::findFile(IFileSearchStrategy &strategy, Valida
   VELL_LOG_INFO("Suggested resolutions after callback: suggestedResolutions:" << dump(suggestions));
 
   FoundFilesLazyIterator candidates(strategy, validator, searchStepsMask);
+  candidates.setKernelOptions(m_kernelOptions.get());
   // Suggestions enter the lists ahead of anything the steps find.
   for (const std::string &suggestion : suggestions.strings())
     candidates.validateAndAdd(suggestion.c_str(), ssAskUser);

@@ -2,10 +2,12 @@
 // file or source file over a search environment.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "vell/directory_index.h"
 #include "vell/file_search.h"
+#include "vell/kernel.h"
 #include "vell_search/confidence_policy.h"
 #include "vell_search/file_search_strategy.h"
 
@@ -17,8 +19,11 @@ class Validator;
 class FileSearch : public RefCountImpl<IFileSearch> {
 public:
   explicit FileSearch(const ObjectPtr<ISearchEnv> &env);
-  // A search whose recursive walks are answered by index (not null).
+  // A search whose recursive walks are answered by index (when not null).
   FileSearch(const ObjectPtr<ISearchEnv> &env, const ObjectPtr<IDirectoryIndex> &index);
+  // A kernel-aware search (createKernelAwareFileSearch), indexed as above.
+  FileSearch(const ObjectPtr<ISearchEnv> &env, const KernelSearchOptions &options,
+             const ObjectPtr<IDirectoryIndex> &index);
   ~FileSearch() override;
 
   ObjectPtr<IValidFile> findBinFile(const char *binName, IValidatorCallback *validatorCallback,
@@ -49,6 +54,8 @@ private:
   // Null unless the host asked for an indexed search.
   ObjectPtr<IDirectoryIndex> m_directoryIndex;
   DirectoryIndex *m_index = nullptr;
+  // Set for a kernel-aware search only.
+  std::unique_ptr<const KernelSearchOptions> m_kernelOptions;
 };
 
 } // namespace VELL_2_13

@@ -9,6 +9,7 @@
 #include "vell/platform.h"
 #include "vell/validation.h"
 #include "vell_search/search_observer.h"
+#include "vell_search_impl/kernel_cache.h"
 
 namespace VELL_2_13 {
 
@@ -131,31 +132,16 @@ bool FoundFilesLazyIterator::validateAndAdd(const char *path, unsigned int searc
 
 void FoundFilesLazyIterator::substituteCompressedKernel(ObjectPtr<IValidatedFile> &validated,
                                                         std::string &path, unsigned int searchStep) {
-  if (!validated->validFile() || utils::getFileNameOnly(path.c_str()).rfind(VMLINUZ, 0) != 0)
+  if (!validated->validFile())
     return;
-  ObjectPtr<IChecksumCalculator> calculator = IChecksumCalculator::create();
-  if (!calculator)
+  const std::string name = utils::getFileNameOnly(path.c_str());
+  std::string target;
+  if (name.rfind(VMLINUZ, 0) == 0)
+    target = cachedKernelImage(path, m_kernelOptions);
+  else if (m_kernelOptions && m_kernelOptions->decompressModules)
+    target = cachedModule(path, *m_kernelOptions);
+  if (target.empty())
     return;
-  ObjectPtr<IChecksum> checksum;
-  try {
-    checksum = calculator->calculateChecksum(path.c_str(), ctMd5);
-  } catch (const std::exception &) {
-    return;
-  }
-  if (!checksum)
-    return;
-  // <cache root>/vmlinux_cache/<md5>/vmlinux: one extracted image per
-  // compressed image, reused by later searches.
-  boost::filesystem::path cacheDir(platform::IProductLocations::get().cacheRoot());
-  cacheDir /= "vmlinux_cache";
-  cacheDir /= checksum->value();
-  const std::string target = (cacheDir / VMLINUX).string();
-  if (!utils::fileExists(target.c_str())) {
-    boost::system::error_code ignored;
-    boost::filesystem::create_directories(cacheDir, ignored);
-    if (!utils::extractVmlinux(path.c_str(), target.c_str()))
-      return;
-  }
   ObjectPtr<IValidatedFile> extracted = m_validator.validateInternal(target.c_str(), searchStep);
   if (!extracted || !extracted->validFile())
     return;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "vell/kernel.h"
 #include "vell/results.h"
 #include "vell/search_steps.h"
 #include "vell_search/file_search_strategy.h"
@@ -48,6 +49,10 @@ public:
   // duplicates; true when a new valid file was added.
   bool validateAndAdd(const char *path, unsigned int searchStep) override;
 
+  // Kernel handling of a kernel-aware search (not owned; null for the plain
+  // search): extraction in every compression, decompressed modules.
+  void setKernelOptions(const KernelSearchOptions *options) { m_kernelOptions = options; }
+
   IValidFileIterator &validFilesIterator() { return m_validFilesIterator; }
   IInvalidFileIterator &invalidFilesIterator() { return m_invalidFilesIterator; }
   const std::vector<ObjectPtr<IValidFile>> &validFiles() const { return m_validFiles; }
@@ -56,7 +61,8 @@ public:
 private:
   // Runs the handler of step; false for a value that is no search step.
   bool runStep(search_step_t step);
-  // A compressed kernel image replaced by its extracted image in the cache:
+  // A compressed kernel image (and, when the kernel options ask for it, a
+  // compressed module) replaced by its uncompressed copy in the cache:
   // validated and path updated when that succeeds.
   void substituteCompressedKernel(ObjectPtr<IValidatedFile> &validated, std::string &path,
                                   unsigned int searchStep);
@@ -69,6 +75,7 @@ private:
   FilesIterator<IInvalidFile, IInvalidFileIterator> m_invalidFilesIterator;
   ObjectPtr<ISearchStepsIterator> m_stepsIterator;
   size_t m_cursor;
+  const KernelSearchOptions *m_kernelOptions = nullptr;
 };
 
 } // namespace VELL_2_13

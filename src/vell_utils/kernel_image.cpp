@@ -10,6 +10,8 @@
 
 #include "platform/log.h"
 #include "vell/file_search.h"
+#include "vell/kernel.h"
+#include "vell_decompress/output_file.h"
 
 namespace VELL_2_13 {
 namespace utils {
@@ -61,6 +63,9 @@ void removeQuietly(const char *path) {
 bool extractVmlinux(const char *compressedPath, const char *outputPath) {
   if (!compressedPath || !outputPath)
     return false;
+  // The image is written under a temporary name beside outputPath and renamed
+  // when complete, so that no reader ever takes a partial image for the kernel.
+  decompress::AtomicOutputFile temporary;
   try {
     std::ifstream in(compressedPath, std::ios::in | std::ios::binary);
     if (!in.is_open())
@@ -72,24 +77,32 @@ bool extractVmlinux(const char *compressedPath, const char *outputPath) {
          header = findGzipHeader(in, header + static_cast<std::streamoff>(sizeof kGzipHeader))) {
       in.clear();
       in.seekg(header);
+      if (temporary.tempPath().empty()) {
+        const std::string directory = boost::filesystem::path(outputPath).parent_path().string();
+        removeStaleExtractionFiles(directory.empty() ? "." : directory.c_str());
+        if (!temporary.open(outputPath))
+          throw std::ios_base::failure("cannot open the output file");
+      }
       bool extracted = false;
       {
-        std::ofstream out(outputPath, std::ios::out | std::ios::binary | std::ios::trunc);
+        std::ofstream out(temporary.tempPath(), std::ios::out | std::ios::binary | std::ios::trunc);
         if (!out.is_open())
           throw std::ios_base::failure("cannot open the output file");
         out.exceptions(std::ios::badbit);
         extracted = uncompress(in, out);
         out.close();
       }
-      if (extracted) {
+      if (extracted && temporary.commit()) {
         VELL_LOG_INFO(outputPath << " was extracted from " << compressedPath);
         return true;
       }
       removeQuietly(outputPath);
     }
+    temporary.discard();
     VELL_LOG_ERROR_AT(kUnit, "Failed to extract vmlinux from " << compressedPath);
     return false;
   } catch (const std::ios_base::failure &) {
+    temporary.discard();
     removeQuietly(outputPath);
     VELL_LOG_ERROR_AT(kUnit, "I/O error when extracting: " << outputPath << " from " << compressedPath);
     return false;

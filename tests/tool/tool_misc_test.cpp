@@ -70,13 +70,38 @@ TEST(ToolExtractKernelTest, ExtractsTheImage) {
   VELL_REQUIRE_TOOL();
   TempDir dir;
   std::string compressed = dir.sub("vmlinuz");
-  writeGzip(compressed, "setup code", "the kernel image");
+  const std::string image = "\x7f" "ELF the kernel image";
+  writeGzip(compressed, "setup code", image);
   std::string output = dir.sub("vmlinux");
   ToolRunner tool;
   ToolResult result = tool.run({"extract-kernel", compressed, output});
   EXPECT_EQ(0, result.status) << result.err;
+  EXPECT_EQ(std::vector<std::string>{"extracted: " + output + " (gzip at offset 10, 21 bytes)"}, lines(result.out));
+  EXPECT_EQ(image, readFile(output));
+  ToolResult json = tool.run({"--json", "extract-kernel", compressed, output});
+  EXPECT_EQ(0, json.status) << json.err;
+  EXPECT_EQ("gzip", nlohmann::json::parse(json.out)["format"]);
+  EXPECT_EQ(10, nlohmann::json::parse(json.out)["offset"]);
+}
+
+TEST(ToolExtractKernelTest, PlainExtractionTakesAnyGzipPayload) {
+  VELL_REQUIRE_TOOL();
+  TempDir dir;
+  std::string compressed = dir.sub("vmlinuz");
+  writeGzip(compressed, "setup code", "the kernel image");
+  std::string output = dir.sub("vmlinux");
+  ToolRunner tool;
+  ToolResult result = tool.run({"extract-kernel", "--plain-kernel", compressed, output});
+  EXPECT_EQ(0, result.status) << result.err;
   EXPECT_EQ(std::vector<std::string>{"extracted: " + output}, lines(result.out));
   EXPECT_EQ("the kernel image", readFile(output));
+  // Not an ELF image: no kernel for the default extraction, and no file left.
+  ToolResult strict = tool.run({"extract-kernel", compressed, dir.sub("strict")});
+  EXPECT_EQ(1, strict.status);
+  EXPECT_EQ(std::vector<std::string>{"vell: no kernel image could be extracted from " + compressed +
+                                     ": its compressed data do not hold an ELF image"},
+            lines(strict.err));
+  EXPECT_FALSE(fs::exists(dir.sub("strict")));
 }
 
 TEST(ToolExtractKernelTest, NoImageInsideFailsWithOne) {
@@ -84,10 +109,16 @@ TEST(ToolExtractKernelTest, NoImageInsideFailsWithOne) {
   TempDir dir;
   std::string plain = dir.write("not-compressed", "plain text, no gzip stream");
   ToolRunner tool;
-  ToolResult result = tool.run({"extract-kernel", plain, dir.sub("out")});
+  ToolResult result = tool.run({"extract-kernel", "--plain-kernel", plain, dir.sub("out")});
   EXPECT_EQ(1, result.status);
   EXPECT_EQ(std::vector<std::string>{"vell: no kernel image could be extracted from " + plain},
             lines(result.err));
+  EXPECT_FALSE(fs::exists(dir.sub("out")));
+  ToolResult json = tool.run({"--json", "extract-kernel", plain, dir.sub("out")});
+  EXPECT_EQ(1, json.status);
+  EXPECT_EQ(false, nlohmann::json::parse(json.out)["extracted"]);
+  EXPECT_EQ("it holds no stream of a known compression (gzip, xz, lzma, bzip2, lz4, zstd, lzo)",
+            nlohmann::json::parse(json.out)["error"]);
   EXPECT_FALSE(fs::exists(dir.sub("out")));
 }
 
@@ -228,9 +259,10 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
   std::map<std::string, std::string> options = helpSection(find.out, "Options:");
   EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
-                                   "--cache", "--result-dir", "--kernel-release", "--suggest", "--steps",
-                                   "--all", "--explain", "--build-id", "--no-build-id", "--debug-dir", "--server",
-                                   "--no-servers", "--server-timeout", "--batch", "--no-index"}),
+                                   "--cache", "--result-dir", "--kernel-release", "--sysroot", "--plain-kernel",
+                                   "--suggest", "--steps", "--all", "--explain", "--build-id", "--no-build-id",
+                                   "--debug-dir", "--server", "--no-servers", "--server-timeout", "--batch",
+                                   "--no-index"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");
@@ -260,7 +292,7 @@ TEST(ToolHelpTest, EveryCommandHelpListsItsOptions) {
       {{"dirs", "clear"}, help, {"category"}, {}},
       {{"archive"}, {"-h", "--help", "--category", "--result-dir"}, {"file"}, {}},
       {{"checksum"}, {"-h", "--help", "--sha1"}, {"file"}, {}},
-      {{"extract-kernel"}, help, {"compressed", "output"}, {}},
+      {{"extract-kernel"}, {"-h", "--help", "--plain-kernel"}, {"compressed", "output"}, {}},
   };
   for (const Expected &command : expected) {
     std::vector<std::string> args = command.args;

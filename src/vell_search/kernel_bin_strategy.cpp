@@ -1,0 +1,224 @@
+// The binary strategy of a kernel-aware search.
+#include "vell_search/kernel_bin_strategy.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include <boost/filesystem/path.hpp>
+
+#include "vell/file_search.h"
+#include "vell_search/host_kernel_release.h"
+
+namespace VELL_2_13 {
+
+namespace {
+
+const char *const kCompressedSuffixes[] = {".xz", ".zst", ".gz"};
+const char kModuleSuffix[] = ".ko";
+
+bool endsWith(const std::string &text, const std::string &suffix) {
+  return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+std::string withUnderscores(std::string name) {
+  std::replace(name.begin(), name.end(), '-', '_');
+  return name;
+}
+
+// The module a searched name stands for: the bare name the kernel reports,
+// or the file name of a module path without its suffix.
+std::string moduleNameOf(const std::string &name) {
+  if (name.find("[guest]") != std::string::npos)
+    return std::string();
+  const boost::filesystem::path path(name);
+  const std::string file = path.filename().string();
+  if (path.stem().string() == name)
+    return name;
+  for (const char *compressed : kCompressedSuffixes) {
+    const std::string suffix = std::string(kModuleSuffix) + compressed;
+    if (endsWith(file, suffix))
+      return file.substr(0, file.size() - suffix.size());
+  }
+  if (endsWith(file, kModuleSuffix) && file.size() > 3)
+    return file.substr(0, file.size() - 3);
+  return std::string();
+}
+
+struct DirectoryWalk {
+  const std::string &module;
+  bool compressed;
+  unsigned int step;
+  ISearchResultsContainer &container;
+  std::set<std::pair<dev_t, ino_t>> visited;
+
+  bool walk(const std::string &dir) {
+    struct stat st;
+    if (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+      return false;
+    // A directory reached twice through links is walked once.
+    if (!visited.insert(std::make_pair(st.st_dev, st.st_ino)).second)
+      return false;
+    DIR *handle = ::opendir(dir.c_str());
+    if (!handle)
+      return false;
+    std::vector<std::string> files;
+    std::vector<std::string> subdirectories;
+    while (const dirent *entry = ::readdir(handle)) {
+      const std::string name = entry->d_name;
+      if (name == "." || name == "..")
+        continue;
+      if (isModuleFileOf(name, module, compressed, true))
+        files.push_back(dir + "/" + name);
+      else if (entry->d_type == DT_DIR || entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN)
+        subdirectories.push_back(dir + "/" + name);
+    }
+    ::closedir(handle);
+    std::sort(files.begin(), files.end());
+    std::sort(subdirectories.begin(), subdirectories.end());
+    for (const std::string &file : files) {
+      if (container.validateAndAdd(file.c_str(), step))
+        return true;
+    }
+    for (const std::string &subdirectory : subdirectories) {
+      if (walk(subdirectory))
+        return true;
+    }
+    return false;
+  }
+};
+
+} // namespace
+
+bool isModuleFileOf(const std::string &entry, const std::string &module, bool compressed, bool dashes) {
+  if (module.empty())
+    return false;
+  std::string stem;
+  if (endsWith(entry, kModuleSuffix)) {
+    stem = entry.substr(0, entry.size() - 3);
+  } else if (compressed) {
+    for (const char *suffix : kCompressedSuffixes) {
+      const std::string full = std::string(kModuleSuffix) + suffix;
+      if (endsWith(entry, full))
+        stem = entry.substr(0, entry.size() - full.size());
+    }
+  }
+  if (stem.empty())
+    return false;
+  return dashes ? withUnderscores(stem) == withUnderscores(module) : stem == module;
+}
+
+bool findModuleFiles(const std::string &dir, const std::string &module, bool compressed, unsigned int step,
+                     ISearchResultsContainer &container) {
+  DirectoryWalk walk{module, compressed, step, container, {}};
+  return walk.walk(dir);
+}
+
+KernelAwareBinStrategy::KernelAwareBinStrategy(ISearchEnv *env, const std::string &fileName,
+                                               const std::string &retrievalDir, IValidator *validator,
+                                               const KernelSearchOptions &options,
+                                               const std::string &targetRelease)
+    : BinFileSearchStrategy(env, fileName, retrievalDir, validator), m_options(options),
+      m_targetRelease(targetRelease), m_module(moduleNameOf(fileName)) {}
+
+bool KernelAwareBinStrategy::offer(const std::string &path, unsigned int step,
+                                   ISearchResultsContainer &container) {
+  return utils::fileExists(path.c_str()) && container.validateAndAdd(path.c_str(), step);
+}
+
+bool KernelAwareBinStrategy::offerWithCompressedForms(const std::string &path, unsigned int step,
+                                                      ISearchResultsContainer &container) {
+  if (offer(path, step, container))
+    return true;
+  if (!m_options.compressedModules || !endsWith(path, kModuleSuffix))
+    return false;
+  for (const char *suffix : kCompressedSuffixes) {
+    if (offer(path + suffix, step, container))
+      return true;
+  }
+  return false;
+}
+
+bool KernelAwareBinStrategy::lookUpAbsoluteName(ISearchResultsContainer &container) {
+  const std::string &name = fileName();
+  const bool absolute = utils::isAbsolutePath(name.c_str());
+  // The recorded system's copy of an absolute path comes first.
+  if (absolute && !m_options.sysroot.empty() &&
+      offerWithCompressedForms(m_options.sysroot + name, ssAbsoluteNameLookup, container))
+    return true;
+  if (BinFileSearchStrategy::lookUpAbsoluteName(container))
+    return true;
+  // A module the distribution ships compressed: xfs.ko recorded, xfs.ko.xz installed.
+  if (!absolute || !m_options.compressedModules || !endsWith(name, kModuleSuffix))
+    return false;
+  for (const char *suffix : kCompressedSuffixes) {
+    if (offer(name + suffix, ssAbsoluteNameLookup, container))
+      return true;
+  }
+  return false;
+}
+
+bool KernelAwareBinStrategy::findKernelImages(const std::string &root, ISearchResultsContainer &container) {
+  if (m_targetRelease.empty())
+    return false;
+  // Where distributions put the image of release R: the plain image in
+  // boot/, the debug images of the debug package, then the compressed image
+  // (extracted into the cache when chosen).
+  const std::string candidates[] = {
+      root + "/boot/vmlinux-" + m_targetRelease,
+      root + "/usr/lib/debug/boot/vmlinux-" + m_targetRelease,
+      root + "/usr/lib/debug/lib/modules/" + m_targetRelease + "/vmlinux",
+      root + "/boot/vmlinuz-" + m_targetRelease,
+  };
+  for (const std::string &candidate : candidates) {
+    if (offer(candidate, ssSystemDirs, container))
+      return true;
+  }
+  return false;
+}
+
+bool KernelAwareBinStrategy::findInSystemDirs(ISearchResultsContainer &container) {
+  const bool kernelImage = utils::getFileNameOnly(fileName().c_str()) == VMLINUX;
+  // The recorded system's files first, with the recorded system's release.
+  if (!m_options.sysroot.empty()) {
+    if (kernelImage && findKernelImages(m_options.sysroot, container))
+      return true;
+    // Try <root>/lib/modules/<target release>/, all of it: distributions
+    // put modules in kernel/, updates/ and extra/.
+    if (!kernelImage && !m_module.empty() && !m_targetRelease.empty() &&
+        findModuleFiles(m_options.sysroot + "/lib/modules/" + m_targetRelease, m_module,
+                        m_options.compressedModules, ssSystemDirs, container))
+      return true;
+  }
+  if (BinFileSearchStrategy::findInSystemDirs(container))
+    return true;
+  // The host's debug images of the target's kernel.
+  if (kernelImage)
+    return findKernelImages("", container);
+  // The host's modules again, compressed and with '-' and '_' alike.
+  std::string hostRelease;
+  if (m_module.empty() || !m_options.compressedModules || !hostKernelRelease(hostRelease))
+    return false;
+  return findModuleFiles("/lib/modules/" + hostRelease, m_module, true, ssSystemDirs, container);
+}
+
+std::string moduleReleaseOf(const char *path) {
+  if (!path)
+    return std::string();
+  const std::string text(path);
+  const std::string marker = "/lib/modules/";
+  const size_t start = text.find(marker);
+  if (start == std::string::npos)
+    return std::string();
+  const size_t from = start + marker.size();
+  const size_t end = text.find('/', from);
+  if (end == std::string::npos)
+    return std::string();
+  return text.substr(from, end - from);
+}
+
+} // namespace VELL_2_13

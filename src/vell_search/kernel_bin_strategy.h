@@ -1,0 +1,47 @@
+// The binary strategy of a kernel-aware search: compressed modules, module
+// names as the kernel reports them, and a copy of the recorded system's files.
+#pragma once
+
+#include <string>
+
+#include "vell/kernel.h"
+#include "vell_search/bin_file_search_strategy.h"
+
+namespace VELL_2_13 {
+
+class KernelAwareBinStrategy : public BinFileSearchStrategy {
+public:
+  // options: not owned, outlives the strategy; targetRelease: the recorded
+  // system's kernel release, empty when unknown.
+  KernelAwareBinStrategy(ISearchEnv *env, const std::string &fileName, const std::string &retrievalDir,
+                         IValidator *validator, const KernelSearchOptions &options,
+                         const std::string &targetRelease);
+
+  bool lookUpAbsoluteName(ISearchResultsContainer &container) override;
+  bool findInSystemDirs(ISearchResultsContainer &container) override;
+
+private:
+  // Offers path when it exists.
+  bool offer(const std::string &path, unsigned int step, ISearchResultsContainer &container);
+  // Offers path and its compressed forms (when enabled) that exist.
+  bool offerWithCompressedForms(const std::string &path, unsigned int step, ISearchResultsContainer &container);
+  bool findKernelImages(const std::string &root, ISearchResultsContainer &container);
+
+  const KernelSearchOptions &m_options;
+  std::string m_targetRelease;
+  // The module name asked for (no directory, no .ko suffix); empty when the
+  // name is no module's.
+  std::string m_module;
+};
+
+// Whether a directory entry is the file of module (a name without ".ko"):
+// ".ko", and with compressed set also ".ko.xz", ".ko.zst", ".ko.gz"; with
+// dashes set, '-' and '_' match each other.
+bool isModuleFileOf(const std::string &entry, const std::string &module, bool compressed, bool dashes);
+
+// Walks dir and its subdirectories (each directory once, entries in name
+// order) and offers every file of module; true at the first accepted one.
+bool findModuleFiles(const std::string &dir, const std::string &module, bool compressed,
+                     unsigned int step, ISearchResultsContainer &container);
+
+} // namespace VELL_2_13
