@@ -85,6 +85,11 @@ const std::map<std::string, Setter> &fields() {
       {"steps", text(&FindOptions::steps)},
       {"all", flag(&FindOptions::all)},
       {"explain", flag(&FindOptions::explain)},
+      {"build_id", text(&FindOptions::buildId)},
+      {"no_build_id", flag(&FindOptions::noBuildId)},
+      {"debug_dir", text(&FindOptions::debugDir)},
+      {"sysroot", text(&FindOptions::sysroot)},
+      {"plain_kernel", flag(&FindOptions::plainKernel)},
   };
   return table;
 }

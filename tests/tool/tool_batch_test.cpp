@@ -56,7 +56,7 @@ TEST(ToolBatchTest, GoodAndBadLinesAreAnsweredInOrder) {
   tool.setInput("{\"category\": \"bin\", \"name\": \"liby.so\", \"id\": 1}\n"
                 "not json\n"
                 "{\"category\": \"bin\", \"name\": \"missing.so\", \"id\": \"two\"}\n"
-                "{\"category\": \"bin\", \"name\": \"libx.so\", \"build_id\": \"ab\", \"id\": 3}\n"
+                "{\"category\": \"bin\", \"name\": \"libx.so\", \"colour\": \"ab\", \"id\": 3}\n"
                 "\n"
                 "{\"category\": \"sym\", \"name\": \"liby.so.debug\", \"all\": true}\n"
                 "{\"category\": \"bin\"}\n"
@@ -81,7 +81,7 @@ TEST(ToolBatchTest, GoodAndBadLinesAreAnsweredInOrder) {
   EXPECT_EQ(false, got[2]["found"]);
   EXPECT_EQ(single(tree, {"bin", "missing.so"}), withoutId(got[2]));
 
-  EXPECT_EQ((json{{"line", 4}, {"id", 3}, {"error", "unknown field 'build_id'"}}), got[3]);
+  EXPECT_EQ((json{{"line", 4}, {"id", 3}, {"error", "unknown field 'colour'"}}), got[3]);
   EXPECT_EQ((json{{"line", 5}, {"error", "not a JSON object"}}), got[4]);
 
   EXPECT_EQ(tree.symbols, got[5]["path"]);
