@@ -75,8 +75,11 @@ void ProgressLine::run() {
   if (m_wake.wait_for(lock, m_delay, [this] { return m_stopping; }))
     return;
   while (!m_stopping) {
-    draw();
-    m_wake.wait_for(lock, std::chrono::milliseconds(200), [this] { return m_stopping; });
+    // Nothing to say before the first directory: look again soon.
+    const bool started = m_directories.load(std::memory_order_relaxed) > 0;
+    if (started)
+      draw();
+    m_wake.wait_for(lock, std::chrono::milliseconds(started ? 200 : 5), [this] { return m_stopping; });
   }
   if (m_shown)
     writeAll(m_fd, kEraseLine);

@@ -20,8 +20,11 @@ enum ArchiveStatus {
   kAlreadyArchived = 6,
 };
 
-// True when dir is a directory or could be made one (one level).
-bool ensureDirectory(const std::string &dir) { return isDirectory(dir.c_str()) || createDir(dir.c_str()); }
+// True when dir is a directory or could be made one (one level). Another
+// process filing the same file may make it between the test and the creation.
+bool ensureDirectory(const std::string &dir) {
+  return isDirectory(dir.c_str()) || createDir(dir.c_str()) || isDirectory(dir.c_str());
+}
 
 } // namespace
 
@@ -54,7 +57,7 @@ int archiveFile(const char *source, const char *targetDir, const char *subDir, s
     return kNoChecksum;
 
   dir = addSubPart(dir.c_str(), checksum->value());
-  if (!isDirectory(dir.c_str()) && !createDir(dir.c_str()))
+  if (!ensureDirectory(dir))
     return kCannotCreateDirectory;
 
   const std::string target = addSubPart(dir.c_str(), fileName.c_str());
