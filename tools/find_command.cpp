@@ -5,12 +5,14 @@
 #include <charconv>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include "vell/callback_lifetime.h"
 #include "vell/context.h"
+#include "vell/elf_identity.h"
 #include "vell/file_search.h"
 #include "vell/platform.h"
 #include "vell/search_env.h"
@@ -272,8 +274,13 @@ int runFind(const GlobalOptions &global, const FindOptions &options) {
 int findOne(const GlobalOptions &global, const FindOptions &options, const ObjectPtr<IDirectoryIndex> &index,
             FindReport &report) {
   FindRequest request = checkOptions(global, options);
+  // The debug file of a local binary is fetched by the binary's own build ID.
+  std::string serverBuildId = request.buildId;
+  if (serverBuildId.empty() && !options.noBuildId && request.category == scSymbolFiles && !request.binary.empty())
+    if (std::optional<ElfIdentity> identity = readElfIdentity(request.binary))
+      serverBuildId = identity->buildId;
   std::unique_ptr<ServerRetrieval> servers =
-      ServerRetrieval::create(request.category, request.name, request.buildId, options.remote);
+      ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote);
   // A source file is looked for by build ID on servers only.
   if (request.category == scSourceFiles && !request.buildId.empty() && !servers)
     throw BadInput("--build-id with vell find src needs --server (or DEBUGINFOD_URLS)");

@@ -88,6 +88,27 @@ TEST_F(ToolServerTest, FetchesBinaryDebugFileAndSourceThenAnswersFromTheCache) {
   EXPECT_EQ(3, s_server->buildIdRequests() - before) << "the second run asks the server nothing";
 }
 
+TEST_F(ToolServerTest, DebugFileOfALocalBinaryIsFetchedByTheBinarysBuildId) {
+  const vell_test::BuiltProgram &p = *s_program;
+  // A copy of the binary with no debug file anywhere near it.
+  vell_test::TempDir local;
+  const std::string binary = local.sub("bin/greeter");
+  vell_test::shell("mkdir -p " + vell_test::shellQuoted(local.sub("bin")) + " && cp " +
+                   vell_test::shellQuoted(p.binary) + " " + vell_test::shellQuoted(binary));
+  json out = runJson({"find", "sym", "greeter.debug", "--binary", binary, "--server", s_server->url()});
+  ASSERT_TRUE(out.is_object());
+  ASSERT_TRUE(out["found"].get<bool>()) << out.dump(2);
+  EXPECT_EQ(vell_test::readWhole(p.debugFile), vell_test::readWhole(out["path"].get<std::string>()));
+  EXPECT_EQ(p.buildId, out["retrieved"]["buildId"]) << out.dump(2);
+  EXPECT_TRUE(out["retrieved"]["used"].get<bool>()) << out.dump(2);
+
+  // The plain search asks no server for it.
+  json plain = runJson({"find", "sym", "greeter.debug", "--binary", binary, "--server", s_server->url(),
+                        "--no-build-id"});
+  ASSERT_TRUE(plain.is_object());
+  EXPECT_FALSE(plain.contains("retrieved") && plain["retrieved"]["used"].get<bool>()) << plain.dump(2);
+}
+
 TEST_F(ToolServerTest, ServersComeFromDebuginfodUrlsUnlessNoServersIsGiven) {
   const vell_test::BuiltProgram &p = *s_program;
   m_tool.setEnv("DEBUGINFOD_URLS", "http://127.0.0.1:1/unused-first " + s_server->url());
