@@ -5,17 +5,15 @@
 
 #include <zlib.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
-#include <map>
 #include <random>
 #include <string>
 
+#include "support/peer_timing.h"
 #include "vell/file_search.h"
 #include "vell/validation.h"
 
@@ -35,7 +33,7 @@ struct Files {
 };
 
 Files *g_files = nullptr;
-std::map<std::string, double> g_secondsPerRun;
+vell_bench::PeerTimes g_times;
 
 void writeRandom(const std::string &path, size_t size) {
   std::mt19937_64 generator(12345);
@@ -48,24 +46,6 @@ void writeRandom(const std::string &path, size_t size) {
     }
     out.write(block.data(), static_cast<std::streamsize>(block.size()));
   }
-}
-
-// A payload that compresses about as well as a kernel image: machine code of
-// the running system repeated with small changes.
-std::string imageLikePayload(size_t size) {
-  std::ifstream in("/proc/self/exe", std::ios::binary);
-  std::string code((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  std::string payload;
-  payload.reserve(size);
-  std::mt19937 generator(7);
-  while (payload.size() < size) {
-    std::string copy = code;
-    for (int i = 0; i < 1000; ++i)
-      copy[generator() % copy.size()] = static_cast<char>(generator());
-    payload += copy;
-  }
-  payload.resize(size);
-  return payload;
 }
 
 void writeGzip(const std::string &path, const std::string &data) {
@@ -86,37 +66,18 @@ void setUp() {
   if (g_files)
     return;
   g_files = new Files;
-  std::string pattern = (fs::temp_directory_path() / "vell-checksum-bench-XXXXXX").string();
-  if (!::mkdtemp(pattern.data()))
-    std::abort();
-  g_files->dir = pattern;
-  g_files->big = pattern + "/big.bin";
-  g_files->compressed = pattern + "/vmlinuz";
-  g_files->extracted = pattern + "/vmlinux";
+  const std::string dir = vell_bench::makeScratchDirectory("vell-checksum-bench");
+  g_files->dir = dir;
+  g_files->big = dir + "/big.bin";
+  g_files->compressed = dir + "/vmlinuz";
+  g_files->extracted = dir + "/vmlinux";
   writeRandom(g_files->big, kChecksumFileSize);
-  writeGzip(g_files->compressed, imageLikePayload(kImageSize));
-}
-
-void runCommand(benchmark::State &state, const std::string &command) {
-  if (std::system(command.c_str()) != 0)
-    state.SkipWithError(("command failed: " + command).c_str());
-}
-
-void record(const std::string &name, benchmark::State &state, double seconds) {
-  if (state.iterations() > 0)
-    g_secondsPerRun[name] = seconds / static_cast<double>(state.iterations());
+  writeGzip(g_files->compressed, vell_bench::imageLikePayload(kImageSize));
 }
 
 template <class Body> void timed(benchmark::State &state, const std::string &name, size_t bytes, Body body) {
   setUp();
-  double seconds = 0;
-  for (auto _ : state) {
-    auto start = std::chrono::steady_clock::now();
-    body(state);
-    seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  record(name, state, seconds);
+  g_times.timed(state, name, body, bytes);
 }
 
 void BM_VellMd5(benchmark::State &state) {
@@ -127,8 +88,9 @@ void BM_VellMd5(benchmark::State &state) {
 }
 
 void BM_Md5sum(benchmark::State &state) {
-  timed(state, "md5sum", kChecksumFileSize,
-        [&](benchmark::State &s) { runCommand(s, "md5sum '" + g_files->big + "' > /dev/null"); });
+  timed(state, "md5sum", kChecksumFileSize, [&](benchmark::State &s) {
+    vell_bench::runCommandOrSkip(s, "md5sum '" + g_files->big + "' > /dev/null");
+  });
 }
 
 void BM_VellSha1(benchmark::State &state) {
@@ -139,8 +101,9 @@ void BM_VellSha1(benchmark::State &state) {
 }
 
 void BM_Sha1sum(benchmark::State &state) {
-  timed(state, "sha1sum", kChecksumFileSize,
-        [&](benchmark::State &s) { runCommand(s, "sha1sum '" + g_files->big + "' > /dev/null"); });
+  timed(state, "sha1sum", kChecksumFileSize, [&](benchmark::State &s) {
+    vell_bench::runCommandOrSkip(s, "sha1sum '" + g_files->big + "' > /dev/null");
+  });
 }
 
 void BM_VellExtract(benchmark::State &state) {
@@ -152,7 +115,7 @@ void BM_VellExtract(benchmark::State &state) {
 
 void BM_GzipDc(benchmark::State &state) {
   timed(state, "gzip -dc", kImageSize, [&](benchmark::State &s) {
-    runCommand(s, "gzip -dc '" + g_files->compressed + "' > '" + g_files->extracted + "'");
+    vell_bench::runCommandOrSkip(s, "gzip -dc '" + g_files->compressed + "' > '" + g_files->extracted + "'");
   });
 }
 
@@ -163,15 +126,6 @@ BENCHMARK(BM_Sha1sum)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime
 BENCHMARK(BM_VellExtract)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 BENCHMARK(BM_GzipDc)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 
-void printRatio(const std::string &ours, const std::string &theirs) {
-  auto a = g_secondsPerRun.find(ours);
-  auto b = g_secondsPerRun.find(theirs);
-  if (a == g_secondsPerRun.end() || b == g_secondsPerRun.end())
-    return;
-  std::printf("%-13s %8.1f ms   %-9s %8.1f ms   ratio %.2f\n", ours.c_str(), a->second * 1e3, theirs.c_str(),
-              b->second * 1e3, a->second / b->second);
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -181,9 +135,9 @@ int main(int argc, char **argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   std::printf("\nTime per run (ratio = library / command; below 1 is faster):\n");
-  printRatio("vell md5", "md5sum");
-  printRatio("vell sha1", "sha1sum");
-  printRatio("vell extract", "gzip -dc");
+  g_times.printRatio("vell md5", "md5sum");
+  g_times.printRatio("vell sha1", "sha1sum");
+  g_times.printRatio("vell extract", "gzip -dc");
   if (g_files) {
     std::error_code ignored;
     fs::remove_all(g_files->dir, ignored);

@@ -5,15 +5,14 @@
 // the whole file. Prints the time ratios at the end.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <random>
 #include <string>
 
+#include "support/peer_timing.h"
 #include "vell/debug_files.h"
 #include "vell/elf_identity.h"
 
@@ -34,23 +33,13 @@ struct Files {
 };
 
 Files *g_files = nullptr;
-std::map<std::string, double> g_secondsPerRun;
-
-void run(const std::string &command) {
-  if (std::system(command.c_str()) != 0) {
-    std::fprintf(stderr, "command failed: %s\n", command.c_str());
-    std::abort();
-  }
-}
+vell_bench::PeerTimes g_times;
 
 void setUp() {
   if (g_files)
     return;
   g_files = new Files;
-  std::string pattern = (fs::temp_directory_path() / "vell-elf-bench-XXXXXX").string();
-  if (!::mkdtemp(pattern.data()))
-    std::abort();
-  const std::string &d = g_files->dir = pattern;
+  const std::string &d = g_files->dir = vell_bench::makeScratchDirectory("vell-elf-bench");
   std::optional<ElfIdentity> libc = readElfIdentity(kLibc);
   if (libc && libc->buildId.size() > 2) {
     std::string path =
@@ -59,9 +48,9 @@ void setUp() {
       g_files->libcDebug = path;
   }
   std::ofstream(d + "/p.c") << "int main(void) { return 0; }\n";
-  run("gcc -g -O0 -Wl,--build-id -o " + d + "/p.full " + d + "/p.c");
-  run("objcopy --only-keep-debug " + d + "/p.full " + d + "/p.debug");
-  run("strip --strip-debug -o " + d + "/p " + d + "/p.full");
+  vell_bench::runCommandOrAbort("gcc -g -O0 -Wl,--build-id -o " + d + "/p.full " + d + "/p.c");
+  vell_bench::runCommandOrAbort("objcopy --only-keep-debug " + d + "/p.full " + d + "/p.debug");
+  vell_bench::runCommandOrAbort("strip --strip-debug -o " + d + "/p " + d + "/p.full");
   {
     std::mt19937_64 generator(1);
     std::ofstream out(d + "/blob", std::ios::binary);
@@ -72,7 +61,8 @@ void setUp() {
       out.write(block.data(), static_cast<std::streamsize>(block.size()));
     }
   }
-  run("objcopy --add-section .blob=" + d + "/blob " + d + "/p.debug " + d + "/big.debug");
+  vell_bench::runCommandOrAbort("objcopy --add-section .blob=" + d + "/blob " + d + "/p.debug " + d +
+                                "/big.debug");
   fs::remove(d + "/blob");
   g_files->small = d + "/p.debug";
   g_files->big = d + "/big.debug";
@@ -81,14 +71,7 @@ void setUp() {
 
 template <class Body> void timed(benchmark::State &state, const std::string &name, Body body) {
   setUp();
-  double seconds = 0;
-  for (auto _ : state) {
-    auto start = std::chrono::steady_clock::now();
-    body(state);
-    seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  }
-  if (state.iterations() > 0)
-    g_secondsPerRun[name] = seconds / static_cast<double>(state.iterations());
+  g_times.timed(state, name, body);
 }
 
 void readIdentity(benchmark::State &state, const std::string &path) {
@@ -107,8 +90,7 @@ void euReadelf(benchmark::State &state, const std::string &path) {
     state.SkipWithError("libc6-dbg is not installed");
     return;
   }
-  if (std::system(("eu-readelf -n '" + path + "' > /dev/null").c_str()) != 0)
-    state.SkipWithError("eu-readelf failed");
+  vell_bench::runCommandOrSkip(state, "eu-readelf -n '" + path + "' > /dev/null");
 }
 
 void BM_IdentityLibcDebug(benchmark::State &state) {
@@ -156,15 +138,6 @@ BENCHMARK(BM_EuReadelfBig)->Unit(benchmark::kMicrosecond)->Iterations(50)->UseRe
 BENCHMARK(BM_ValidatorPerCandidate)->Unit(benchmark::kMicrosecond)->Iterations(200)->UseRealTime();
 BENCHMARK(BM_WholeFileCrcBig)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 
-void printRatio(const std::string &ours, const std::string &theirs) {
-  auto a = g_secondsPerRun.find(ours);
-  auto b = g_secondsPerRun.find(theirs);
-  if (a == g_secondsPerRun.end() || b == g_secondsPerRun.end())
-    return;
-  std::printf("%-15s %10.1f us   %-15s %10.1f us   ratio %.4f\n", ours.c_str(), a->second * 1e6,
-              theirs.c_str(), b->second * 1e6, a->second / b->second);
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -174,10 +147,10 @@ int main(int argc, char **argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   std::printf("\nTime per run (ratio = first / second; below 1 is faster):\n");
-  printRatio("identity libc", "eu-readelf libc");
-  printRatio("identity 256M", "eu-readelf 256M");
-  printRatio("identity 256M", "identity small");
-  printRatio("check 256M", "crc32 256M");
+  g_times.printRatio("identity libc", "eu-readelf libc", 1e6, "us");
+  g_times.printRatio("identity 256M", "eu-readelf 256M", 1e6, "us");
+  g_times.printRatio("identity 256M", "identity small", 1e6, "us");
+  g_times.printRatio("check 256M", "crc32 256M", 1e6, "us");
   if (g_files) {
     std::error_code ignored;
     fs::remove_all(g_files->dir, ignored);

@@ -4,10 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -22,14 +19,16 @@
 #include <string>
 #include <vector>
 
+#include "support/peer_timing.h"
+#include "support/recursive_search.h"
 #include "vell/file_search.h"
 #include "vell/platform.h"
 #include "vell/search_env.h"
 
 using namespace VELL_2_13;
 namespace fs = std::filesystem;
-
-extern char **environ;
+using vell_bench::recursiveSearch;
+using vell_bench::runProcess;
 
 namespace {
 
@@ -117,40 +116,6 @@ Tree generateTree() {
     }
   }
   return tree;
-}
-
-// An environment whose only step is the low-priority search of root, walked
-// recursively.
-ObjectPtr<IFileSearch> recursiveSearch(const std::string &root) {
-  auto dirs = IEditableSearchDirContainer::create();
-  dirs->addDirectory(scAllFiles, root.c_str(), true, false);
-  ObjectPtr<DefaultSearchStepsConfigurator> steps(new DefaultSearchStepsConfigurator());
-  for (search_category_t category : {scBinaryFiles, scSymbolFiles, scSourceFiles}) {
-    steps->setStep(search_step_t(0xFF), category, false);
-    steps->setStep(ssLowPrioritySearchDirs, category, true);
-  }
-  auto env = IEditableSearchEnv::create();
-  env->setSearchDirs(dirs);
-  env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(steps));
-  return IFileSearch::create(env);
-}
-
-int runProcess(const std::vector<std::string> &args) {
-  std::vector<char *> argv;
-  for (const std::string &arg : args)
-    argv.push_back(const_cast<char *>(arg.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0)
-    return -1;
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 void BM_VellRecursiveSearchForTheLastDirectory(benchmark::State &state) {

@@ -9,31 +9,25 @@
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "vell/file_search.h"
-#include "vell_search/basic_file_search_strategy.h"
-#include "vell_search/local_and_remote_strategy.h"
 #include "vell_search/recording_container.h"
 #include "vell_search/search_test_support.h"
+#include "vell_search/test_strategies.h"
 
 using namespace VELL_2_13;
 using vell_test::RecordingContainer;
 using vell_test::TempDir;
 using vell_test::TestDir;
+using vell_test::TestLocalAndRemoteStrategy;
 
 namespace fs = std::filesystem;
 
 namespace {
 
 // A basic strategy with a chosen category and system directories.
-class TestStrategy : public BasicFileSearchStrategy {
+class TestStrategy : public vell_test::InertCallbacks<BasicFileSearchStrategy> {
 public:
   TestStrategy(ISearchEnv *env, const std::string &name, search_category_t category = scBinaryFiles)
-      : BasicFileSearchStrategy(env, name), m_category(category) {}
-  bool callSearchStarted(ISearchStartedCallback &, IStringContainer &) override { return true; }
-  ObjectPtr<IValidFile> callFilesFound(IFilesFoundCallback &, IValidFileIterator &) override { return {}; }
-  ObjectPtr<IValidFile> callNoFilesFound(INoFilesFoundCallback &, IInvalidFileIterator &,
-                                         IValidFileIterator &) override {
-    return {};
-  }
+      : InertCallbacks(env, name), m_category(category) {}
   search_category_t getCategorySpecific() override { return m_category; }
   void fillSystemDirs(ISearchDirectoryContainer &container) override {
     for (const auto &dir : systemDirs)
@@ -43,20 +37,6 @@ public:
 
 private:
   search_category_t m_category;
-};
-
-class TestLocalAndRemoteStrategy : public BasicLocalAndRemoteFileSearchStrategy {
-public:
-  TestLocalAndRemoteStrategy(ISearchEnv *env, const std::string &name, const std::string &retrievalDir)
-      : BasicLocalAndRemoteFileSearchStrategy(env, name, retrievalDir) {}
-  bool callSearchStarted(ISearchStartedCallback &, IStringContainer &) override { return true; }
-  ObjectPtr<IValidFile> callFilesFound(IFilesFoundCallback &, IValidFileIterator &) override { return {}; }
-  ObjectPtr<IValidFile> callNoFilesFound(INoFilesFoundCallback &, IInvalidFileIterator &,
-                                         IValidFileIterator &) override {
-    return {};
-  }
-  search_category_t getCategorySpecific() override { return scBinaryFiles; }
-  void fillSystemDirs(ISearchDirectoryContainer &) override {}
 };
 
 // A basic strategy whose find hook records every directory its walkers ask

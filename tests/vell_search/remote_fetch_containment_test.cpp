@@ -10,8 +10,8 @@
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "vell/file_search.h"
-#include "vell_search/local_and_remote_strategy.h"
 #include "vell_search/recording_container.h"
+#include "vell_search/test_strategies.h"
 
 using namespace VELL_2_13;
 using vell_test::RecordingContainer;
@@ -21,19 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class Strategy : public BasicLocalAndRemoteFileSearchStrategy {
-public:
-  Strategy(ISearchEnv *env, const std::string &name, const std::string &retrievalDir)
-      : BasicLocalAndRemoteFileSearchStrategy(env, name, retrievalDir) {}
-  bool callSearchStarted(ISearchStartedCallback &, IStringContainer &) override { return true; }
-  ObjectPtr<IValidFile> callFilesFound(IFilesFoundCallback &, IValidFileIterator &) override { return {}; }
-  ObjectPtr<IValidFile> callNoFilesFound(INoFilesFoundCallback &, IInvalidFileIterator &,
-                                         IValidFileIterator &) override {
-    return {};
-  }
-  search_category_t getCategorySpecific() override { return scBinaryFiles; }
-  void fillSystemDirs(ISearchDirectoryContainer &) override {}
-};
+using Strategy = vell_test::TestLocalAndRemoteStrategy;
 
 // Claims success for every name and does what the test tells it in the
 // retrieval directory (possibly nothing at all).
@@ -101,8 +89,10 @@ TEST_F(RemoteFetchContainmentTest, NameClimbingOutOfTheRetrievalDirectoryIsNotMo
   EXPECT_TRUE(localPath.empty());
   EXPECT_EQ("precious", contentOf(victim));
   EXPECT_EQ(0, filesIn(cacheDir));
-  EXPECT_TRUE(log.containsPrefix("Fetched file " + retrievalDir + "/../../victim/important.txt"
-                                 " lies outside the retrieval directory " + retrievalDir + ", not used, at file: "));
+  EXPECT_TRUE(log.containsPrefix("Fetched file " + retrievalDir +
+                                 "/../../victim/important.txt"
+                                 " lies outside the retrieval directory " +
+                                 retrievalDir + ", not used, at file: "));
 }
 
 TEST_F(RemoteFetchContainmentTest, NameClimbingOutIsNotRemovedWhenTheCacheCannotBeWritten) {

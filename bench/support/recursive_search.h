@@ -1,0 +1,17 @@
+// A file search whose only step walks one directory recursively, as the tree
+// benchmarks measure it.
+#pragma once
+
+#include <string>
+
+#include "vell/directory_index.h"
+#include "vell/file_search.h"
+
+namespace vell_bench {
+
+// The low-priority search of root, walked recursively, with every other step
+// off; with an index, the walks are answered by it.
+VELL_2_13::ObjectPtr<VELL_2_13::IFileSearch>
+recursiveSearch(const std::string &root, const VELL_2_13::ObjectPtr<VELL_2_13::IDirectoryIndex> &index = {});
+
+} // namespace vell_bench
