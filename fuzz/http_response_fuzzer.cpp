@@ -2,12 +2,10 @@
 // answers every request with the input bytes verbatim. Whatever the answer, a
 // fetch either fails or leaves exactly the requested file, carrying the
 // requested build ID, and never a temporary file.
-#include <arpa/inet.h>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
-#include <netinet/in.h>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
@@ -16,6 +14,7 @@
 
 #include <boost/filesystem.hpp>
 
+#include "support/loopback_socket.h"
 #include "vell/http_retriever.h"
 #include "vell_retriever/file_build_id.h"
 
@@ -29,17 +28,9 @@ const char *const kBuildId = "0123456789abcdef";
 class RawServer {
 public:
   RawServer() {
-    m_listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    ::setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(m_listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 || ::listen(m_listener, 16) != 0)
+    m_listener = vell_test::listenOnLoopback(16, m_port);
+    if (m_listener < 0)
       std::abort();
-    socklen_t length = sizeof address;
-    ::getsockname(m_listener, reinterpret_cast<sockaddr *>(&address), &length);
-    m_port = ntohs(address.sin_port);
     std::thread([this] { serve(); }).detach();
   }
 
@@ -72,13 +63,7 @@ private:
         std::lock_guard<std::mutex> lock(m_mutex);
         response = m_response;
       }
-      size_t sent = 0;
-      while (sent < response.size()) {
-        ssize_t n = ::send(client, response.data() + sent, response.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0)
-          break;
-        sent += static_cast<size_t>(n);
-      }
+      vell_test::sendAll(client, response);
       ::shutdown(client, SHUT_RDWR);
       ::close(client);
     }
@@ -96,8 +81,9 @@ RawServer &server() {
 }
 
 std::string cacheDir() {
-  static std::string dir = (boost::filesystem::temp_directory_path() /
-                            boost::filesystem::unique_path("vell-fuzz-%%%%-%%%%")).string();
+  static std::string dir =
+      (boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("vell-fuzz-%%%%-%%%%"))
+          .string();
   return dir;
 }
 

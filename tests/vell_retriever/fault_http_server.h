@@ -3,12 +3,10 @@
 // middle of the body) and every request is counted.
 #pragma once
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
 #include <map>
 #include <mutex>
-#include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -16,6 +14,8 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+#include "support/loopback_socket.h"
 
 namespace vell_test {
 
@@ -34,19 +34,9 @@ struct FaultResponse {
 class FaultHttpServer {
 public:
   FaultHttpServer() {
-    m_listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int one = 1;
-    ::setsockopt(m_listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
-    if (::bind(m_listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        ::listen(m_listener, 64) != 0)
+    m_listener = listenOnLoopback(64, m_port);
+    if (m_listener < 0)
       throw std::runtime_error("cannot listen on 127.0.0.1");
-    socklen_t length = sizeof address;
-    ::getsockname(m_listener, reinterpret_cast<sockaddr *>(&address), &length);
-    m_port = ntohs(address.sin_port);
     m_acceptor = std::thread([this] { acceptLoop(); });
   }
 
@@ -130,16 +120,6 @@ private:
     return found->second[index];
   }
 
-  void sendAll(int client, const std::string &data) {
-    size_t sent = 0;
-    while (sent < data.size()) {
-      ssize_t n = ::send(client, data.data() + sent, data.size() - sent, MSG_NOSIGNAL);
-      if (n <= 0)
-        return;
-      sent += static_cast<size_t>(n);
-    }
-  }
-
   void serve(int client) {
     std::string path = readRequestPath(client);
     if (path.empty())
@@ -147,8 +127,9 @@ private:
     FaultResponse response = next(path);
     if (response.dropConnection)
       return;
-    std::string head = "HTTP/1.1 " + std::to_string(response.status) + " Scripted\r\nContent-Length: " +
-                       std::to_string(response.body.size()) + "\r\nConnection: close\r\n\r\n";
+    std::string head = "HTTP/1.1 " + std::to_string(response.status) +
+                       " Scripted\r\nContent-Length: " + std::to_string(response.body.size()) +
+                       "\r\nConnection: close\r\n\r\n";
     sendAll(client, head);
     if (response.stallAfter == std::string::npos && response.chunkDelayMs > 0) {
       for (size_t at = 0; at < response.body.size() && !m_stop; at += 4096) {
