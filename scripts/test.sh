@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds vell with warnings as errors and runs the whole test suite three
+# Builds vell (and its benchmarks) with warnings as errors and runs the whole test suite three
 # times: a normal build, an AddressSanitizer+UndefinedBehaviorSanitizer build
 # and a ThreadSanitizer build (VELL_TEST_TSAN=0 leaves the last out). Then
 # installs the library into a scratch prefix, builds the example host program
@@ -9,43 +9,49 @@
 # builds the Debian packages with cpack, installs them with dpkg -i, builds the
 # example against them with CMake and pkg-config, runs it and the installed
 # tool, and removes the packages again. Last, every libFuzzer harness of fuzz/
-# runs for VELL_FUZZ_SECONDS (default 30) seconds.
+# runs for VELL_FUZZ_SECONDS (default 15) seconds. The sanitizer builds are
+# compiled at -O1 with line tables only, which keeps file and line in their
+# reports and the run within its time budget.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=$(nproc 2>/dev/null || echo 2)
 out=${VELL_TEST_BUILD_ROOT:-$root/build-test}
 
+started=$(date +%s)
+# A phase heading with the minutes since the start, for the run's time budget.
+phase() { echo "=== [$(( ($(date +%s) - started) / 60 )) min] $*"; }
+
 run_suite() {
   local name=$1; shift
   local dir=$out/$name
-  echo "=== $name build"
+  phase "$name build"
   cmake -S "$root" -B "$dir" -DVELL_WERROR=ON "$@" >"$out/$name.configure.log"
   ${VELL_TEST_LAUNCHER:-} cmake --build "$dir" -j"$jobs"
-  echo "=== $name tests"
+  phase "$name tests"
   (cd "$dir" && ${VELL_TEST_LAUNCHER:-} ctest --output-on-failure -j"$jobs" --timeout 600)
 }
 
 mkdir -p "$out"
-run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_BUILD_BENCH=ON
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-run_suite asan -DCMAKE_BUILD_TYPE=Debug -DVELL_ASAN=ON -DVELL_BUILD_TOOL=ON
+run_suite asan -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g1" -DVELL_ASAN=ON -DVELL_BUILD_TOOL=ON
 if [ "${VELL_TEST_TSAN:-1}" = 1 ]; then
   # ThreadSanitizer's fixed memory layout clashes with the address-space
   # randomisation of newer kernels: build (the build lists the tests by running
   # them) and test without randomisation.
   if setarch "$(uname -m)" -R true 2>/dev/null; then
-    VELL_TEST_LAUNCHER="setarch $(uname -m) -R" run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_TSAN=ON
+    VELL_TEST_LAUNCHER="setarch $(uname -m) -R" run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" -DVELL_TSAN=ON
   else
-    run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_TSAN=ON
+    run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" -DVELL_TSAN=ON
   fi
 fi
 
-echo "=== the real distribution debug packages (libc6-dbg, binutils-x86-64-linux-gnu-dbg) must be found"
+phase "the real distribution debug packages (libc6-dbg, binutils-x86-64-linux-gnu-dbg) must be found"
 VELL_REQUIRE_DEBUG_PACKAGES=1 "$out/normal/tests/vell_tests" --gtest_filter='ToolBuildIdTest.*' --gtest_brief=1
 
-echo "=== install and build the example host program"
+phase "install and build the example host program"
 prefix=$out/install
 rm -rf "$prefix"
 cmake --install "$out/normal" --prefix "$prefix" >/dev/null
@@ -54,12 +60,12 @@ cmake -S "$root/examples" -B "$out/example" -DCMAKE_PREFIX_PATH="$prefix" -DCMAK
 cmake --build "$out/example" -j"$jobs"
 LD_LIBRARY_PATH="$prefix/lib:$prefix/lib/$(gcc -print-multiarch 2>/dev/null || true)" \
   "$out/example/vell_example" /bin/sh
-echo "=== the tool tests again, against the installed tool"
+phase "the tool tests again, against the installed tool"
 VELL_TEST_TOOL="$prefix/bin/vell" "$out/normal/tests/vell_tests" --gtest_filter='*Tool*' --gtest_brief=1
-echo "=== Debian's kernel package: extraction, modules by kernel name, --sysroot"
+phase "Debian's kernel package: extraction, modules by kernel name, --sysroot"
 bash "$root/scripts/debian-kernel-check.sh" "$out/normal/tools/vell"
 
-echo "=== a moved installation: vell.pc and the library's catalogs follow it"
+phase "a moved installation: vell.pc and the library's catalogs follow it"
 # Everything the unprivileged run below needs lies in a scratch directory open to others.
 scratch=$(mktemp -d /tmp/vell-test.XXXXXX)
 chmod 755 "$scratch"
@@ -85,7 +91,7 @@ check_localised as_user env LD_LIBRARY_PATH="$(dirname "$(find "$moved" -name 'l
   "$scratch/example-moved"
 
 if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -eq 0 ]; then
-  echo "=== Debian packages: cpack, dpkg -i, the example against the installed packages"
+  phase "Debian packages: cpack, dpkg -i, the example against the installed packages"
   rm -f "$out/normal"/*.deb
   (cd "$out/normal" && cpack -G DEB >"$out/cpack.log")
   for deb in "$out/normal"/*.deb; do
@@ -108,6 +114,6 @@ if [ "${VELL_TEST_DEB:-1}" = 1 ] && command -v dpkg >/dev/null && [ "$(id -u)" -
   trap - EXIT
 fi
 rm -rf "$scratch"
-echo "=== every fuzzer for a bounded time on its seed corpus"
-VELL_FUZZ_BUILD="$out/fuzz" VELL_FUZZ_SECONDS=${VELL_FUZZ_SECONDS:-30} bash "$root/scripts/fuzz.sh"
-echo "=== all test runs passed"
+phase "every fuzzer for a bounded time on its seed corpus"
+VELL_FUZZ_BUILD="$out/fuzz" VELL_FUZZ_SECONDS=${VELL_FUZZ_SECONDS:-15} bash "$root/scripts/fuzz.sh"
+phase "all test runs passed"

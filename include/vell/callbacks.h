@@ -25,11 +25,12 @@ public:
 
 class ISearchHistory : public IVellObject {
 public:
-  virtual ObjectPtr<IFileAssociation> addBinFileAssociation(const char *binName, const char *resolvedName) = 0;
-  virtual ObjectPtr<IFileAssociation> addSymFileAssociation(const char *key1, const char *key2, const char *key3,
+  virtual ObjectPtr<IFileAssociation> addBinFileAssociation(const char *binName,
                                                             const char *resolvedName) = 0;
-  virtual ObjectPtr<IFileAssociation> addSrcFileAssociation(const char *key1, const char *key2, const char *key3,
-                                                            const char *resolvedName) = 0;
+  virtual ObjectPtr<IFileAssociation> addSymFileAssociation(const char *key1, const char *key2,
+                                                            const char *key3, const char *resolvedName) = 0;
+  virtual ObjectPtr<IFileAssociation> addSrcFileAssociation(const char *key1, const char *key2,
+                                                            const char *key3, const char *resolvedName) = 0;
   virtual void clear(search_category_t category) = 0;
   virtual ObjectPtr<IFileAssociation> findBinFileAssociation(const char *binName) = 0;
   virtual ObjectPtr<IFileAssociation> findSymFileAssociation(const char *key1, const char *key2,
@@ -63,7 +64,8 @@ public:
 class INoFilesFoundCallback : public EventGenerator {
 public:
   virtual ObjectPtr<IValidFile> noBinFilesFound(const char *binName, IValidator &validator,
-                                                IInvalidFileIterator &rejected, IValidFileIterator &files) = 0;
+                                                IInvalidFileIterator &rejected,
+                                                IValidFileIterator &files) = 0;
   virtual ObjectPtr<IValidFile> noSymFilesFound(const char *key1, const char *key2, const char *key3,
                                                 IValidator &validator, IInvalidFileIterator &rejected,
                                                 IValidFileIterator &files) = 0;
@@ -78,6 +80,12 @@ public:
   virtual ~ISymSrvDownloadProgressCallback() = default;
   virtual void progress(const char *fileName, uint64_t done, uint64_t total) = 0;
 };
+
+// The progress callback given to the symbol-file search (findSymFile) that
+// runs on the calling thread, or null outside one: a file retriever reports
+// the transfers it makes for that search to it. A search started from inside
+// another one has its own; the outer one's returns when it ends.
+VELL_API ISymSrvDownloadProgressCallback *currentDownloadProgressCallback();
 
 // --- Behaviours ------------------------------------------------------------------
 

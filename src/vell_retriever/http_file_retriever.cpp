@@ -62,7 +62,8 @@ HttpFileRetriever::HttpFileRetriever(HttpRetrieverOptions options)
 
 HttpFileRetriever::~HttpFileRetriever() = default;
 
-bool HttpFileRetriever::addFile(const std::string &name, const std::string &buildId, build_id_file_kind_t kind) {
+bool HttpFileRetriever::addFile(const std::string &name, const std::string &buildId,
+                                build_id_file_kind_t kind) {
   BuildIdRequest request;
   request.kind = kind;
   request.buildId = buildId;
@@ -96,12 +97,14 @@ BuildIdResult HttpFileRetriever::fetchSource(const std::string &buildId, const s
   return fetch({bfkSource, buildId, sourcePath}, progress);
 }
 
-BuildIdResult HttpFileRetriever::fetch(const BuildIdRequest &request, ISymSrvDownloadProgressCallback *progress) {
+BuildIdResult HttpFileRetriever::fetch(const BuildIdRequest &request,
+                                       ISymSrvDownloadProgressCallback *progress) {
   return m_engine->run({request}, 1, progress).front();
 }
 
 std::vector<BuildIdResult> HttpFileRetriever::fetchAll(const std::vector<BuildIdRequest> &requests,
-                                                       unsigned inFlight, ISymSrvDownloadProgressCallback *progress) {
+                                                       unsigned inFlight,
+                                                       ISymSrvDownloadProgressCallback *progress) {
   return m_engine->run(requests, inFlight, progress);
 }
 
@@ -142,8 +145,10 @@ int HttpFileRetriever::retrieveFile(const char *name, const char *directory) {
     VELL_LOG_ERROR_AT(kUnit, "Not retrieving a name that leaves the retrieval directory: " << name);
     return EINVAL;
   }
-  ISymSrvDownloadProgressCallback *progress = nullptr;
-  {
+  // The progress callback of the symbol-file search asking, else the one set
+  // on the retriever.
+  ISymSrvDownloadProgressCallback *progress = currentDownloadProgressCallback();
+  if (!progress) {
     std::lock_guard<std::mutex> lock(m_mutex);
     progress = m_progress;
   }

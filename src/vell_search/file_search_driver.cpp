@@ -7,6 +7,7 @@
 #include "platform/log.h"
 #include "vell_index/directory_index.h"
 #include "vell_search/bin_file_search_strategy.h"
+#include "vell_search/download_progress_scope.h"
 #include "vell_search/kernel_bin_strategy.h"
 #include "vell_search/src_file_search_strategy.h"
 #include "vell_search/sym_file_search_strategy.h"
@@ -111,7 +112,8 @@ ObjectPtr<IValidFile> FileSearch::internalFindBinFile(const char *binName,
         m_pSearchEnv ? m_pSearchEnv->environmentInfo() : ObjectPtr<IEnvironmentInfo>();
     if (release.empty() && info && info->kernelRelease())
       release = info->kernelRelease();
-    KernelAwareBinStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator, *m_kernelOptions, release);
+    KernelAwareBinStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator, *m_kernelOptions,
+                                    release);
     strategy.setDirectoryIndex(m_index);
     return findFile(strategy, validator, suggestedPath, searchStepsMask);
   }
@@ -138,6 +140,8 @@ ObjectPtr<IValidFile> FileSearch::findSymFile(const char *symName, const char *b
   strategy.setDirectoryIndex(m_index);
   VELL_LOG_INFO("Searching sym file:" << name << ", binary file:" << binary
                                       << ", checksum:" << textOrEmpty(checksum));
+  // The retriever reaches the search's progress callback through the thread.
+  const DownloadProgressScope progressScope(progressCallback);
   return findFile(strategy, validator, suggestedPath, 0);
 }
 
