@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds vell (and its benchmarks) with warnings as errors and runs the whole test suite three
-# times: a normal build, an AddressSanitizer+UndefinedBehaviorSanitizer build
+# Builds vell (and its benchmarks) with warnings as errors and runs the whole
+# test suite three times: a normal build, an AddressSanitizer+UndefinedBehaviorSanitizer build
 # and a ThreadSanitizer build (VELL_TEST_TSAN=0 leaves the last out). Then
 # installs the library into a scratch prefix, builds the example host program
 # against it with find_package(vell) and runs the tool tests against the
