@@ -4,7 +4,13 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "json_writer.h"
 
 using nlohmann::json;
 
@@ -94,6 +100,25 @@ const std::map<std::string, Setter> &fields() {
   return table;
 }
 
+// The fields that take a text, which may also come as "<field>Base64" with
+// its exact bytes (the form of the answers' texts that are not UTF-8).
+const std::set<std::string> &textFields() {
+  static const std::set<std::string> names = {"category", "name",  "binary",   "checksum",  "kernel_release",
+                                              "suggest",  "steps", "build_id", "debug_dir", "sysroot"};
+  return names;
+}
+
+const char *const kBase64Suffix = "Base64";
+
+// The text field a "<field>Base64" key stands for; empty for any other key.
+std::string base64Stem(const std::string &key) {
+  const size_t suffix = std::char_traits<char>::length(kBase64Suffix);
+  if (key.size() <= suffix || key.compare(key.size() - suffix, suffix, kBase64Suffix) != 0)
+    return "";
+  std::string stem = key.substr(0, key.size() - suffix);
+  return textFields().count(stem) ? stem : "";
+}
+
 } // namespace
 
 bool parseBatchRequest(const std::string &line, const FindOptions &base, BatchRequest &request,
@@ -115,9 +140,21 @@ bool parseBatchRequest(const std::string &line, const FindOptions &base, BatchRe
   }
   if (auto id = parsed.find("id"); id != parsed.end())
     request.id = *id;
+  // Plain fields first; a "<field>Base64" then replaces its field with the
+  // exact bytes.
+  std::vector<std::pair<std::string, json>> exactTexts;
   for (const auto &[key, value] : parsed.items()) {
     if (key == "id")
       continue;
+    if (std::string stem = base64Stem(key); !stem.empty()) {
+      std::string bytes;
+      if (!value.is_string() || !base64Decode(value.get<std::string>(), bytes)) {
+        error = "field '" + key + "': expected standard base64";
+        return false;
+      }
+      exactTexts.emplace_back(std::move(stem), json(std::move(bytes)));
+      continue;
+    }
     auto field = fields().find(key);
     if (field == fields().end()) {
       error = "unknown field '" + key + "'";
@@ -130,8 +167,16 @@ bool parseBatchRequest(const std::string &line, const FindOptions &base, BatchRe
       return false;
     }
   }
+  for (const auto &[stem, bytes] : exactTexts) {
+    try {
+      fields().at(stem)(bytes, request.options);
+    } catch (const BadField &expected) {
+      error = "field '" + stem + kBase64Suffix + "': expected " + expected.what();
+      return false;
+    }
+  }
   for (const char *required : {"category", "name"}) {
-    if (!parsed.contains(required)) {
+    if (!parsed.contains(required) && !parsed.contains(std::string(required) + kBase64Suffix)) {
       error = std::string("field '") + required + "' missing";
       return false;
     }
