@@ -40,29 +40,22 @@ bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::s
                          int &error) {
   std::unique_lock<std::mutex> lock(m_lock);
   m_seen.insert(inode);
-  for (;;) {
-    auto found = m_entries.find(dir);
-    if (found == m_entries.end())
-      break;
+  auto found = m_entries.find(dir);
+  if (found != m_entries.end()) {
     Entry &entry = found->second;
-    if (entry.state == State::Queued) {
-      // Not started yet: the walk lists it at once rather than wait.
+    if (entry.state == State::Done) {
+      Listing listing = std::move(entry.listing);
       m_entries.erase(found);
-      break;
+      --m_waiting;
+      lock.unlock();
+      m_workQueued.notify_all();
+      subdirectories = std::move(listing.subdirectories);
+      error = listing.error;
+      return listing.listed;
     }
-    if (entry.state == State::Listing) {
-      // A helper is at it; the entry may also vanish when the helper fails.
-      m_listed.wait(lock);
-      continue;
-    }
-    Listing listing = std::move(entry.listing);
+    // Not listed yet: the walk lists it at once rather than wait for a
+    // helper that may not even be running; a helper at it drops its listing.
     m_entries.erase(found);
-    --m_waiting;
-    lock.unlock();
-    m_workQueued.notify_all();
-    subdirectories = std::move(listing.subdirectories);
-    error = listing.error;
-    return listing.listed;
   }
   lock.unlock();
 
@@ -135,8 +128,10 @@ void WalkReadAhead::work() {
       made = false; // out of memory: the walk lists it itself
     }
     lock.lock();
-    // The walk leaves an entry alone while it is being listed.
+    // Gone when the walk came to it first and listed it itself.
     found = m_entries.find(dir);
+    if (found == m_entries.end() || found->second.state != State::Listing)
+      continue;
     if (!made) {
       m_entries.erase(found);
     } else {
@@ -149,7 +144,6 @@ void WalkReadAhead::work() {
         // Out of memory: what is not queued the walk lists itself.
       }
     }
-    m_listed.notify_all();
   }
 }
 

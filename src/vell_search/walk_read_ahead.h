@@ -32,8 +32,8 @@ public:
   WalkReadAhead &operator=(const WalkReadAhead &) = delete;
 
   // The listing of dir, whose inode number the walk found to be inode: a
-  // helper's when one has made or is making it, else read on the calling
-  // thread. False with error set (an errno value) when dir cannot be listed
+  // helper's when one has made it, else read on the calling thread (which
+  // never waits for a helper). False with error set (an errno value) when dir cannot be listed
   // completely. The subdirectories are then read ahead.
   bool take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories, int &error);
 
@@ -63,7 +63,6 @@ private:
   unsigned int m_threads;
   std::mutex m_lock;
   std::condition_variable m_workQueued; // helpers wait for work
-  std::condition_variable m_listed;     // the walk waits for a helper's listing
   std::unordered_map<std::string, Entry> m_entries;
   std::vector<std::string> m_queue; // a stack: the top is listed next
   std::unordered_set<ino_t> m_seen;
