@@ -51,12 +51,12 @@ TEST(ToolWalkTest, ReadAheadAndPlainWalkReportTheSameFilesInTheSameOrder) {
   // As nobody, the closed directory cannot be read: both walks report it.
   tool.runUnprivileged();
   vell_test::openForOthers(tool.home());
-  const std::string spec = "bin:r=" + dir.sub("tree");
+  const std::string dirSpec = "bin:r=" + dir.sub("tree");
   for (const std::vector<std::string> &request :
-       {std::vector<std::string>{"find", "bin", "libz.so", "--dir", spec, "--all", "--explain"},
-        std::vector<std::string>{"--json", "find", "bin", "libz.so", "--dir", spec, "--explain"},
-        std::vector<std::string>{"find", "bin", "missing.so", "--dir", spec, "--explain"},
-        std::vector<std::string>{"-v", "find", "bin", "missing.so", "--dir", spec}}) {
+       {std::vector<std::string>{"find", "bin", "libz.so", "--dir", dirSpec, "--all", "--explain"},
+        std::vector<std::string>{"--json", "find", "bin", "libz.so", "--dir", dirSpec, "--explain"},
+        std::vector<std::string>{"find", "bin", "missing.so", "--dir", dirSpec, "--explain"},
+        std::vector<std::string>{"-v", "find", "bin", "missing.so", "--dir", dirSpec}}) {
     SCOPED_TRACE(request[request[0] == "find" ? 2 : 3]);
     ToolResult ahead = tool.run(request);
     std::vector<std::string> plainRequest = request;
@@ -68,10 +68,10 @@ TEST(ToolWalkTest, ReadAheadAndPlainWalkReportTheSameFilesInTheSameOrder) {
   }
   // What the runs above compared: the copy the walk meets first, and a walk
   // through the whole tree that reports the closed directory.
-  ToolResult found = tool.run({"find", "bin", "libz.so", "--dir", spec});
+  ToolResult found = tool.run({"find", "bin", "libz.so", "--dir", dirSpec});
   EXPECT_EQ(0, found.status) << found.err;
   EXPECT_NE(std::string::npos, found.out.find("/libz.so")) << found.out;
-  ToolResult missing = tool.run({"find", "bin", "missing.so", "--dir", spec, "--explain"});
+  ToolResult missing = tool.run({"find", "bin", "missing.so", "--dir", dirSpec, "--explain"});
   EXPECT_EQ(1, missing.status) << missing.err;
   if (::geteuid() == 0) {
     EXPECT_NE(std::string::npos, (missing.out + missing.err).find(dir.sub("tree/closed")))
