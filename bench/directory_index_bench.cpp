@@ -1,7 +1,8 @@
 // Measures thousands of look-ups over large trees with the directory index
-// against find(1) and fd (fdfind) in the same run: the plain walk, the
-// index's parallel listing, 1,000 names through the library and through
-// vell find --batch, a tree of 200,000 directories, and the index's memory.
+// against find(1) and fd (fdfind) in the same run: the plain walk, the walk
+// with directories read ahead on helper threads, the index's parallel
+// listing, 1,000 names through the library and through vell find --batch, a
+// tree of 200,000 directories, and the index's memory.
 //
 // The trees (about 1.1 million files in all) are created once under
 // --trees DIR (default $VELL_BENCH_TREES, else /var/tmp/vell-bench-trees) and
@@ -32,6 +33,7 @@
 #include "vell/file_search.h"
 #include "vell/platform.h"
 #include "vell/search_env.h"
+#include "vell/walk_options.h"
 
 using namespace VELL_2_13;
 namespace fs = std::filesystem;
@@ -41,6 +43,9 @@ extern char **environ;
 namespace {
 
 constexpr int kLookups = 1000;
+// Helper threads of the read-ahead walk measured (the tool's default on two
+// processors).
+constexpr unsigned int kReadAheadThreads = 2;
 const char *const kMissing = "no-such-file.so";
 
 // A tree of top x middle x leaf directories with files in every leaf.
@@ -161,8 +166,10 @@ void dropCaches() {
 
 bool canDropCaches() { return ::access("/proc/sys/vm/drop_caches", W_OK) == 0; }
 
-// A search whose only step walks root recursively, with or without index.
-ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<IDirectoryIndex> &index) {
+// A search whose only step walks root recursively, with or without index,
+// with or without read-ahead.
+ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<IDirectoryIndex> &index,
+                                       unsigned int readAheadThreads = 0) {
   auto dirs = IEditableSearchDirContainer::create();
   dirs->addDirectory(scAllFiles, root.c_str(), true, false);
   ObjectPtr<DefaultSearchStepsConfigurator> steps(new DefaultSearchStepsConfigurator());
@@ -173,7 +180,14 @@ ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<
   auto env = IEditableSearchEnv::create();
   env->setSearchDirs(dirs);
   env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(steps));
-  return index ? createIndexedFileSearch(env, index) : IFileSearch::create(env);
+  if (index)
+    return createIndexedFileSearch(env, index);
+  if (readAheadThreads > 0) {
+    WalkOptions walk;
+    walk.readAheadThreads = readAheadThreads;
+    return createFileSearch(env, walk);
+  }
+  return IFileSearch::create(env);
 }
 
 void findAll(IFileSearch &search, const std::vector<std::string> &names) {
@@ -243,6 +257,10 @@ void benchFileTree(const Options &options, const Shape &shape) {
   const double walk = median(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
   row("warm: plain walk, one missing name", walk, "find ROOT -name X", find);
   row("warm: plain walk, one missing name", walk, "fdfind -u -j2 -g X ROOT", fd);
+  ObjectPtr<IFileSearch> ahead = recursiveSearch(root, ObjectPtr<IDirectoryIndex>(), kReadAheadThreads);
+  const double walkAhead = median(3, [&] { ahead->findBinFile(kMissing, nullptr, nullptr, 0); });
+  row("warm: read-ahead walk (2 helpers), one missing name", walkAhead, "find ROOT -name X", find);
+  row("warm: read-ahead walk (2 helpers), one missing name", walkAhead, "fdfind -u -j2 -g X ROOT", fd);
   const double build = median(3, [&] { IDirectoryIndex::create()->prepare(root.c_str()); });
   row("warm: index listing (2 threads)", build, "find ROOT -name X", find);
   row("warm: index listing (2 threads)", build, "fdfind -u -j2 -g X ROOT", fd);
@@ -279,16 +297,22 @@ void benchFileTree(const Options &options, const Shape &shape) {
   }
 
   if (options.cold) {
-    dropCaches();
-    const double findCold = seconds([&] { runProcess({"find", root, "-name", kMissing}); });
-    dropCaches();
-    const double fdCold = seconds([&] { runProcess({"fdfind", "-u", "-j2", "-g", kMissing, root}); });
-    dropCaches();
-    const double walkCold = seconds([&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
-    dropCaches();
-    const double buildCold = seconds([&] { IDirectoryIndex::create()->prepare(root.c_str()); });
+    // Each run starts from an empty page cache; medians of 3.
+    auto cold = [](const std::function<void()> &run) {
+      return median(3, [&] {
+        dropCaches();
+        run();
+      });
+    };
+    const double findCold = cold([&] { runProcess({"find", root, "-name", kMissing}); });
+    const double fdCold = cold([&] { runProcess({"fdfind", "-u", "-j2", "-g", kMissing, root}); });
+    const double walkCold = cold([&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
+    const double aheadCold = cold([&] { ahead->findBinFile(kMissing, nullptr, nullptr, 0); });
+    const double buildCold = cold([&] { IDirectoryIndex::create()->prepare(root.c_str()); });
     row("cold: plain walk, one missing name", walkCold, "find ROOT -name X", findCold);
     row("cold: plain walk, one missing name", walkCold, "fdfind -u -j2 -g X ROOT", fdCold);
+    row("cold: read-ahead walk (2 helpers), one missing name", aheadCold, "find ROOT -name X", findCold);
+    row("cold: read-ahead walk (2 helpers), one missing name", aheadCold, "fdfind -u -j2 -g X ROOT", fdCold);
     row("cold: index listing (2 threads)", buildCold, "fdfind -u -j2 -g X ROOT", fdCold);
     row("cold: index listing (2 threads)", buildCold, "find ROOT -name X", findCold);
   }
@@ -339,7 +363,7 @@ int main(int argc, char **argv) {
   auto wanted = [&](const Shape &shape) {
     return only.empty() || std::find(only.begin(), only.end(), shape.name) != only.end();
   };
-  std::printf("trees under %s; times are medians of 3 runs unless cold\n", options.trees.c_str());
+  std::printf("trees under %s; times are medians of 3 runs\n", options.trees.c_str());
   if (wanted(kFiles100k))
     benchFileTree(options, kFiles100k);
   if (wanted(kFiles1m))

@@ -346,7 +346,8 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   RecordingValidator recorder(checks.callback(), tracker);
 
   ObjectPtr<IFileSearch> fileSearch = createToolFileSearch(mgr, commandLine, CLIENT_ID, options.plainKernel,
-                                                          request.sysroot, request.kernelRelease, index);
+                                                          request.sysroot, request.kernelRelease, index,
+                                                          toolWalkOptions(options.plainWalk));
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = trackSteps ? &recorder : checks.callback();

@@ -36,6 +36,7 @@ struct FindOptions {
   ServerOptions remote;
   std::string sysroot;      // a copy of the recorded system's files
   bool plainKernel = false; // no kernel handling beyond the library's default
+  bool plainWalk = false;   // recursive walks on the searching thread alone
 };
 
 // Runs the search and prints its outcome; returns the exit status. Throws

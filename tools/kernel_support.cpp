@@ -1,9 +1,11 @@
 // Kernel images and modules in vell find and vell extract-kernel.
 #include "kernel_support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <thread>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,19 +69,30 @@ const char *reasonText(extraction_error_t error) {
 
 } // namespace
 
+WalkOptions toolWalkOptions(bool plainWalk) {
+  WalkOptions walk;
+  // The walk waits on the file system far more than on the processor: one
+  // helper per processor, at least two.
+  if (!plainWalk)
+    walk.readAheadThreads = std::clamp(std::thread::hardware_concurrency(), 2u, 8u);
+  return walk;
+}
+
 ObjectPtr<IFileSearch> createToolFileSearch(IResolutionContextMgr &mgr, IResolutionContext &context,
                                             const char *clientId, bool plain, const std::string &sysroot,
                                             const std::string &kernelRelease,
-                                            const ObjectPtr<IDirectoryIndex> &index) {
-  if (plain && !index)
+                                            const ObjectPtr<IDirectoryIndex> &index,
+                                            const WalkOptions &walk) {
+  if (plain && !index && walk.readAheadThreads == 0)
     return mgr.createFileSearch(context, clientId, ObjectPtr<IEnvironmentInfo>());
   ObjectPtr<ISearchEnv> env = mgr.createSearchEnv(context, clientId, ObjectPtr<IEnvironmentInfo>());
   if (plain)
-    return createIndexedFileSearch(env, index);
+    return index ? createIndexedFileSearch(env, index) : createFileSearch(env, walk);
   KernelSearchOptions options;
   options.sysroot = sysroot;
   options.kernelRelease = kernelRelease;
-  return index ? createKernelAwareFileSearch(env, options, index) : createKernelAwareFileSearch(env, options);
+  return index ? createKernelAwareFileSearch(env, options, index)
+               : createKernelAwareFileSearch(env, options, walk);
 }
 
 bool isUnextractedKernel(const ObjectPtr<IValidFile> &found) {

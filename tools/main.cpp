@@ -278,6 +278,10 @@ int runTool(int argc, char **argv) {
   findCommand->add_flag("--plain-kernel", find.plainKernel,
                         "Kernel images and modules as the library finds them by default: gzip-compressed "
                         "images only, no compressed modules, no '-'/'_' matching, no --sysroot");
+  findCommand->add_flag("--plain-walk", find.plainWalk,
+                        "Walk recursive directories on one thread, as the library does by default (without "
+                        "it, helper threads list directories ahead of the walk; the files found and their "
+                        "order are the same)");
   findCommand->add_option("--suggest", find.suggest, "A path to check before any search step")
       ->type_name("PATH");
   findCommand->add_option("--steps", find.steps, STEPS_OPTION_HELP)->type_name("LIST");

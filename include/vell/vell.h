@@ -18,3 +18,4 @@
 #include "vell/search_observer.h"
 #include "vell/search_steps.h"
 #include "vell/validation.h"
+#include "vell/walk_options.h"

@@ -63,6 +63,7 @@ void DirectoryTree::forget() {
   m_listings.clear();
   m_walk.clear();
   m_postings.clear();
+  m_bucketStarts.clear();
   m_unlisted.clear();
   m_entries = 0;
   m_valid = false;
@@ -130,14 +131,34 @@ void DirectoryTree::buildPostings() {
       m_postings.push_back(Posting{hash, position});
   }
   std::sort(m_postings.begin(), m_postings.end());
+  buildBuckets();
   m_entries = m_postings.size();
   m_unlisted.shrink_to_fit();
+}
+
+void DirectoryTree::buildBuckets() {
+  // About eight postings per bucket, at most 2^20 buckets.
+  unsigned int bits = 0;
+  while (bits < 20 && (size_t(8) << bits) < m_postings.size())
+    ++bits;
+  m_bucketShift = 64 - bits;
+  m_bucketStarts.assign((size_t(1) << bits) + 1, 0);
+  // Counted per bucket, then summed into start positions.
+  for (const Posting &posting : m_postings)
+    ++m_bucketStarts[bucketOf(posting.hash) + 1];
+  for (size_t bucket = 1; bucket < m_bucketStarts.size(); ++bucket)
+    m_bucketStarts[bucket] += m_bucketStarts[bucket - 1];
 }
 
 void DirectoryTree::directoriesHolding(const std::string &name, std::vector<const std::string *> &paths) const {
   paths.clear();
   const uint64_t hash = nameHash(name);
-  auto posting = std::lower_bound(m_postings.begin(), m_postings.end(), Posting{hash, 0});
+  auto posting = m_postings.end();
+  if (!m_bucketStarts.empty()) {
+    const size_t bucket = bucketOf(hash);
+    posting = std::lower_bound(m_postings.begin() + m_bucketStarts[bucket],
+                               m_postings.begin() + m_bucketStarts[bucket + 1], Posting{hash, 0});
+  }
   auto unlisted = m_unlisted.begin();
   // Both lists are in walk order: merge them.
   for (;;) {
@@ -166,7 +187,8 @@ size_t DirectoryTree::memoryBytes() const {
              listing.children.capacity() * sizeof(Child);
   for (const WalkNode &node : m_walk)
     bytes += sizeof(WalkNode) + stringBytes(node.path);
-  bytes += m_postings.capacity() * sizeof(Posting) + m_unlisted.capacity() * sizeof(uint32_t);
+  bytes += m_postings.capacity() * sizeof(Posting) + m_unlisted.capacity() * sizeof(uint32_t) +
+           m_bucketStarts.capacity() * sizeof(uint32_t);
   return bytes;
 }
 

@@ -90,6 +90,8 @@ public:
 private:
   void buildWalk(uint32_t rootListing);
   void buildPostings();
+  void buildBuckets();
+  size_t bucketOf(uint64_t hash) const { return m_bucketShift >= 64 ? 0 : size_t(hash >> m_bucketShift); }
   // Whether a new pass found the same directories with the same names and
   // subdirectories as the one the walk was built from.
   bool sameStructure(const std::deque<Listing> &fresh, const TreeLister &lister) const;
@@ -107,6 +109,10 @@ private:
     }
   };
   std::vector<Posting> m_postings;
+  // Where the postings of each range of hashes start (by the hash's top
+  // bits), so that a look-up searches a few postings instead of them all.
+  std::vector<uint32_t> m_bucketStarts;
+  unsigned int m_bucketShift = 64;
   // Walk positions of the directories that could not be listed completely:
   // the walk offers a candidate in each of them whatever they hold.
   std::vector<uint32_t> m_unlisted;

@@ -41,6 +41,11 @@ ObjectPtr<ISearchStepsIterator> BasicFileSearchStrategy::getSearchStepsIterator(
   return defaults->getSearchStepsIterator(getCategorySpecific(), mask);
 }
 
+void BasicFileSearchStrategy::configureWalk(FilesFinder &finder) const {
+  finder.setDirectoryIndex(m_directoryIndex);
+  finder.setReadAheadThreads(m_readAheadThreads);
+}
+
 bool BasicFileSearchStrategy::find(const std::string &, bool, const std::string &, ISearchResultsContainer &,
                                    bool &skipDir) {
   skipDir = false;
@@ -76,7 +81,7 @@ bool BasicFileSearchStrategy::findInSearchDirs(ISearchResultsContainer &containe
 bool BasicFileSearchStrategy::searchDirPass(const ObjectPtr<ISearchDirIterator> &dirs, bool highPriority,
                                             ISearchResultsContainer &container) {
   FilesFinder finder(highPriority ? ssHighPrioritySearchDirs : ssLowPrioritySearchDirs, this);
-  finder.setDirectoryIndex(directoryIndex());
+  configureWalk(finder);
   if (dirs) {
     dirs->reset();
     const char *name = nullptr;
@@ -103,7 +108,7 @@ bool BasicFileSearchStrategy::findInSystemDirs(ISearchResultsContainer &containe
   if (isGuestName(m_fileName))
     return false;
   FilesFinder finder(ssSystemDirs, this);
-  finder.setDirectoryIndex(directoryIndex());
+  configureWalk(finder);
   fillSystemDirs(finder);
   return finder.find(m_fileName.c_str(), container);
 }
@@ -112,7 +117,7 @@ bool BasicFileSearchStrategy::findInCacheDir(ISearchResultsContainer &container)
   if (!m_searchEnv)
     return false;
   FilesFinder finder(ssCacheSearchDir, this);
-  finder.setDirectoryIndex(directoryIndex());
+  configureWalk(finder);
   const std::string bareName = utils::getFileNameOnly(m_fileName.c_str());
   const char *cacheDir = m_searchEnv->cacheDir();
   if (!cacheDir || !*cacheDir) {
@@ -128,7 +133,7 @@ bool BasicFileSearchStrategy::findInArchiveDirs(ISearchResultsContainer &contain
   if (!m_searchEnv)
     return false;
   FilesFinder finder(ssArchiveSearchDirs, this);
-  finder.setDirectoryIndex(directoryIndex());
+  configureWalk(finder);
   const std::string bareName = utils::getFileNameOnly(m_fileName.c_str());
   // Every archive directory keeps one subdirectory per file name, walked
   // recursively whatever the entry's own flags say.

@@ -33,10 +33,15 @@ public:
   // Recursive walks of every step are answered by index from now on; null
   // (the default) walks the file system. Not owned.
   void setDirectoryIndex(DirectoryIndex *index) { m_directoryIndex = index; }
+  // Recursive walks of every step have threads helpers list directories
+  // ahead of them (FilesFinder::setReadAheadThreads); 0, the default, none.
+  void setReadAheadThreads(unsigned int threads) { m_readAheadThreads = threads; }
 
 protected:
   const std::string &fileName() const { return m_fileName; }
   DirectoryIndex *directoryIndex() const { return m_directoryIndex; }
+  // Gives finder the index and the read-ahead of this strategy's walks.
+  void configureWalk(FilesFinder &finder) const;
 
 private:
   bool findInSearchDirs(ISearchResultsContainer &container, bool highPriority);
@@ -46,6 +51,7 @@ private:
   ISearchEnv *m_searchEnv;
   std::string m_fileName;
   DirectoryIndex *m_directoryIndex = nullptr;
+  unsigned int m_readAheadThreads = 0;
 };
 
 // Marks a file of a guest system kept under a search directory.

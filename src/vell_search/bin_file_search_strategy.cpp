@@ -60,14 +60,14 @@ bool BinFileSearchStrategy::findInSystemDirs(ISearchResultsContainer &container)
   // name is looked for as a module file only.
   if (boost::filesystem::path(name).stem().string() == name && !guest) {
     FilesFinder finder(ssSystemDirs, this);
-    finder.setDirectoryIndex(directoryIndex());
+    configureWalk(finder);
     fillSystemDirs(finder);
     return finder.find((name + ".ko").c_str(), container);
   }
   if (guest)
     return false;
   FilesFinder finder(ssSystemDirs, this);
-  finder.setDirectoryIndex(directoryIndex());
+  configureWalk(finder);
   fillSystemDirs(finder);
   return finder.find(name.c_str(), container);
 }

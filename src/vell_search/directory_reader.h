@@ -4,10 +4,15 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 #include <dirent.h>
 #include <sys/syscall.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 namespace VELL_2_13 {
@@ -32,11 +37,21 @@ private:
 // Whether an entry of an open directory is a directory once symbolic links
 // are followed. The listing's own file type answers for everything but links
 // and unknown types, which alone cost a status query. Returns false on an
-// error other than "not found", which ends the walk of the directory.
-bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory);
+// error other than "not found", which ends the walk of the directory. When
+// inode is not null it receives the inode number of a directory behind a link
+// or of unknown type (the listing's own number serves for the others).
+bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory,
+                   ino_t *inode = nullptr);
+
+// Collects the paths of the subdirectories of dir (links followed) in listing
+// order, with their inode numbers when inodes is not null. False, with error
+// set to the errno value, when the directory cannot be listed completely.
+bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories,
+                        std::vector<ino_t> *inodes, int &error);
 
 // Calls onEntry(name, type) for every entry of the open directory fd but "."
-// and "..", in the order the file system returns them. False when reading
+// and "..", in the order the file system returns them (onEntry(name, type,
+// inode) when it takes the entry's inode number too). False when reading
 // fails or onEntry returns false. The C library's directory streams would
 // query the directory's status once more when they open it.
 template <class OnEntry> bool readEntries(int fd, OnEntry &&onEntry) {
@@ -61,8 +76,14 @@ template <class OnEntry> bool readEntries(int fd, OnEntry &&onEntry) {
       offset += length;
       if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
         continue;
-      if (!onEntry(name, type))
+      if constexpr (std::is_invocable_v<OnEntry &, const char *, unsigned char, ino_t>) {
+        uint64_t inode = 0;
+        std::memcpy(&inode, record + offsetof(struct dirent64, d_ino), sizeof inode);
+        if (!onEntry(name, type, static_cast<ino_t>(inode)))
+          return false;
+      } else if (!onEntry(name, type)) {
         return false;
+      }
     }
   }
 }

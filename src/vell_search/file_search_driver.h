@@ -39,6 +39,9 @@ public:
   // The private directory fetched files are placed in; empty without a file
   // retriever.
   const std::string &tempDir() const { return m_tempDir; }
+  // Helper threads that list directories ahead of each recursive walk (0:
+  // none). Set before the search is handed out.
+  void setReadAheadThreads(unsigned int threads) { m_readAheadThreads = threads; }
 
 private:
   ObjectPtr<IValidFile> internalFindBinFile(const char *binName, IValidatorCallback *validatorCallback,
@@ -54,6 +57,7 @@ private:
   // Null unless the host asked for an indexed search.
   ObjectPtr<IDirectoryIndex> m_directoryIndex;
   DirectoryIndex *m_index = nullptr;
+  unsigned int m_readAheadThreads = 0;
   // Set for a kernel-aware search only.
   std::unique_ptr<const KernelSearchOptions> m_kernelOptions;
 };

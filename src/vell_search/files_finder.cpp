@@ -12,33 +12,13 @@
 #include "vell_index/directory_index.h"
 #include "vell_search/directory_reader.h"
 #include "vell_search/search_observer.h"
+#include "vell_search/walk_read_ahead.h"
 
 namespace VELL_2_13 {
 
-namespace {
-
-// Collects the paths of the subdirectories of dir in listing order. False when
-// the directory cannot be read completely.
-bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories) {
-  const walker::ScopedFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() < 0)
-    return false;
-  const boost::filesystem::path base(dir);
-  return walker::readEntries(fd.get(), [&](const char *name, unsigned char type) {
-    bool isDirectory = false;
-    if (!walker::classifyEntry(fd.get(), type, name, isDirectory))
-      return false;
-    if (isDirectory)
-      subdirectories.push_back((base / name).string());
-    return true;
-  });
-}
-
-} // namespace
-
 namespace walker {
 
-bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory) {
+bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory, ino_t *inode) {
   isDirectory = false;
   switch (type) {
   case DT_DIR:
@@ -53,11 +33,38 @@ bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDire
   struct stat st;
   if (::fstatat(dirFd, name, &st, 0) == 0) {
     isDirectory = S_ISDIR(st.st_mode);
+    if (inode)
+      *inode = st.st_ino;
     return true;
   }
   // A dangling link is simply not a directory; any other failure (a link
   // loop, no permission) is an error of the listing.
   return errno == ENOENT || errno == ENOTDIR;
+}
+
+bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories,
+                        std::vector<ino_t> *inodes, int &error) {
+  error = 0;
+  const ScopedFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0) {
+    error = errno;
+    return false;
+  }
+  const boost::filesystem::path base(dir);
+  const bool complete = readEntries(fd.get(), [&](const char *name, unsigned char type, ino_t inode) {
+    bool isDirectory = false;
+    if (!classifyEntry(fd.get(), type, name, isDirectory, &inode))
+      return false;
+    if (isDirectory) {
+      subdirectories.push_back((base / name).string());
+      if (inodes)
+        inodes->push_back(inode);
+    }
+    return true;
+  });
+  if (!complete)
+    error = errno;
+  return complete;
 }
 
 } // namespace walker
@@ -111,6 +118,18 @@ bool FilesFinder::findIteratively(const std::string &dir, const std::string &nam
 
 bool FilesFinder::findRecursively(const std::string &dir, const std::string &fileName,
                                   ISearchResultsContainer &container) {
+  if (m_readAheadThreads > 0 && !m_readAhead) {
+    // The outermost call of a walk owns its read-ahead, which ends with it:
+    // no helper thread outlives the walk.
+    WalkReadAhead readAhead(m_readAheadThreads);
+    m_readAhead = &readAhead;
+    struct Detach {
+      WalkReadAhead *&readAhead;
+      ~Detach() { readAhead = nullptr; }
+    } detach{m_readAhead};
+    return findRecursively(dir, fileName, container);
+  }
+
   // One status query per directory serves both the loop guard and the type
   // test below.
   struct stat st;
@@ -133,8 +152,10 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
   if (!S_ISDIR(st.st_mode))
     return false;
   std::vector<std::string> subdirectories;
-  if (!listSubdirectories(dir, subdirectories)) {
-    const int error = errno;
+  int error = 0;
+  const bool listed = m_readAhead ? m_readAhead->take(dir, st.st_ino, subdirectories, error)
+                                  : walker::listSubdirectories(dir, subdirectories, nullptr, error);
+  if (!listed) {
     if (observer)
       observer->directoryUnreadable(dir.c_str(), error);
     return false;

@@ -11,6 +11,7 @@
 namespace VELL_2_13 {
 
 class DirectoryIndex;
+class WalkReadAhead;
 
 // Receives the directories a search step is to look in.
 class ISearchDirectoryContainer {
@@ -55,6 +56,10 @@ public:
   // Recursive records are then answered by the index, which offers the
   // candidates of findRecursively that exist, in the same order. Not owned.
   void setDirectoryIndex(DirectoryIndex *index) { m_directoryIndex = index; }
+  // With threads > 0, recursive walks have that many helper threads list
+  // directories ahead of them; the candidates, their order and the observer
+  // calls stay those of the walk on one thread. 0 (the default) starts none.
+  void setReadAheadThreads(unsigned int threads) { m_readAheadThreads = threads; }
 
 private:
   struct search_dir {
@@ -66,6 +71,9 @@ private:
   std::vector<search_dir> m_directories;
   ISearchDirectoryFindCallback *m_findCallback;
   DirectoryIndex *m_directoryIndex = nullptr;
+  unsigned int m_readAheadThreads = 0;
+  // The read-ahead of the walk under way, owned by its outermost call.
+  WalkReadAhead *m_readAhead = nullptr;
   // Inode numbers of the directories entered by the recursive walk; a hash
   // set keeps the loop guard at constant time per directory.
   std::unordered_set<unsigned long> m_visitedDirectories;

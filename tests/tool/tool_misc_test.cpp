@@ -260,7 +260,7 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
   EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
                                    "--cache", "--result-dir", "--kernel-release", "--sysroot", "--plain-kernel",
-                                   "--suggest", "--steps", "--all", "--explain", "--build-id", "--no-build-id",
+                                   "--plain-walk", "--suggest", "--steps", "--all", "--explain", "--build-id", "--no-build-id",
                                    "--debug-dir", "--server", "--no-servers", "--server-timeout", "--batch",
                                    "--no-index"}),
             namesOf(options))

@@ -1,0 +1,75 @@
+// Lists the directories of one recursive walk ahead of it on helper threads,
+// so that the walk finds most listings made when it gets to them.
+#pragma once
+
+#include <sys/types.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+namespace VELL_2_13 {
+
+// The name of every helper thread of a read-ahead.
+constexpr const char *READ_AHEAD_THREAD_NAME = "vell-read-ahead";
+
+// The walk keeps its own order and makes every other call itself (status
+// queries, its loop guard, candidates, observer calls); only the listing of
+// a directory (its subdirectories, links followed) may come from a helper.
+// Helpers go depth first in listing order, as the walk does, each directory
+// once by inode number, and stop while too many listings wait for the walk.
+// No thread runs before the first subdirectory is met; the destructor stops
+// and joins every helper, also when the walk ends early.
+class WalkReadAhead {
+public:
+  explicit WalkReadAhead(unsigned int threads);
+  ~WalkReadAhead();
+  WalkReadAhead(const WalkReadAhead &) = delete;
+  WalkReadAhead &operator=(const WalkReadAhead &) = delete;
+
+  // The listing of dir, whose inode number the walk found to be inode: a
+  // helper's when one has made it, else read on the calling thread (which
+  // never waits for a helper). False with error set (an errno value) when dir cannot be listed
+  // completely. The subdirectories are then read ahead.
+  bool take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories, int &error);
+
+  // Helper threads started so far.
+  size_t helpersStarted() const { return m_helpers.size(); }
+
+private:
+  struct Listing {
+    bool listed = false;
+    int error = 0;
+    std::vector<std::string> subdirectories;
+    std::vector<ino_t> inodes;
+  };
+  enum class State { Queued, Listing, Done };
+  struct Entry {
+    State state = State::Queued;
+    Listing listing;
+  };
+
+  static void list(const std::string &dir, Listing &listing);
+  // Under the lock: queues the subdirectories of listing that no listing
+  // has met yet, the first on top.
+  void readAheadBelow(const Listing &listing);
+  void startHelpers();
+  void work();
+
+  unsigned int m_threads;
+  std::mutex m_lock;
+  std::condition_variable m_workQueued; // helpers wait for work
+  std::unordered_map<std::string, Entry> m_entries;
+  std::vector<std::string> m_queue; // a stack: the top is listed next
+  std::unordered_set<ino_t> m_seen;
+  size_t m_waiting = 0; // listings made and not yet taken
+  bool m_stop = false;
+  bool m_helpersTried = false;
+  std::vector<std::thread> m_helpers;
+};
+
+} // namespace VELL_2_13
