@@ -112,6 +112,31 @@ TEST_F(ToolBatchServerTest, DifferentFilesAreFetchedInParallelAndAnsweredInOrder
   EXPECT_EQ(4, server.maxConcurrent());
 }
 
+// Searches that run at the same time keep their settings apart: each request
+// is answered with its own file, never another's or none.
+TEST_F(ToolBatchServerTest, ManyRequestsAtOnceEachGetTheirOwnFile) {
+  FaultHttpServer server;
+  serveAll(server, 0);
+  std::string input;
+  for (size_t i = 0; i < 24; ++i)
+    input += binRequest(std::to_string(i), "/opt/many" + std::to_string(i) + "/prog" + std::to_string(i % 4),
+                        program(i % 4).buildId);
+  m_tool.setInput(input);
+
+  ToolResult result = m_tool.run({"find", "--batch", "--jobs", "4", "--server", server.url()});
+  EXPECT_EQ(0, result.status) << result.err;
+  std::vector<json> out = answers(result);
+  ASSERT_EQ(24u, out.size()) << result.out;
+  for (size_t i = 0; i < out.size(); ++i) {
+    EXPECT_EQ(std::to_string(i), out[i]["id"]);
+    ASSERT_TRUE(out[i]["found"].get<bool>()) << out[i].dump(2);
+    EXPECT_EQ(vell_test::readWhole(program(i % 4).binary), vell_test::readWhole(out[i]["path"].get<std::string>()));
+    EXPECT_EQ(program(i % 4).buildId, out[i]["retrieved"]["buildId"]) << out[i].dump(2);
+  }
+  for (size_t p = 0; p < 4; ++p)
+    EXPECT_EQ(1, server.requests(executablePath(program(p))));
+}
+
 TEST_F(ToolBatchServerTest, OneJobFetchesOneFileAfterAnother) {
   FaultHttpServer server;
   serveAll(server, 20);

@@ -261,8 +261,8 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
                                    "--cache", "--result-dir", "--kernel-release", "--sysroot", "--plain-kernel",
                                    "--suggest", "--steps", "--all", "--explain", "--build-id", "--no-build-id",
-                                   "--debug-dir", "--server", "--no-servers", "--server-timeout", "--batch",
-                                   "--no-index"}),
+                                   "--debug-dir", "--server", "--no-servers", "--server-timeout", "--ca-bundle",
+                                   "--ca-path", "--batch", "--no-index", "--jobs"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");
