@@ -1,6 +1,7 @@
 // Fetches 200 binaries by build ID from a local debuginfod server with 1, 4
-// and 16 transfers in flight, against one curl process fetching the same URLs
-// one after the other, in the same run; prints files per second and ratios.
+// and 16 transfers in flight, and through `vell find --batch` with --jobs 1
+// and 4, against one curl process fetching the same URLs one after the other,
+// in the same run; prints files per second and ratios.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -29,6 +30,7 @@ struct Setup {
   std::vector<std::string> buildIds;
   std::unique_ptr<vell_test::DebuginfodServer> server;
   std::string curlConfig; // one "url" and "output" pair per file
+  std::string batchInput; // one vell find request per file
 };
 
 Setup *g_setup = nullptr;
@@ -76,7 +78,13 @@ void setUp() {
     config << "url = \"" << g_setup->server->url() << "/buildid/" << g_setup->buildIds[i] << "/executable\"\n"
            << "output = \"" << g_setup->dir.sub("curl/" + std::to_string(i)) << "\"\n";
   g_setup->curlConfig = g_setup->dir.sub("curl.config");
+  std::ofstream batch(g_setup->dir.sub("batch.jsonl"));
+  for (int i = 0; i < kFiles; ++i)
+    batch << "{\"category\": \"bin\", \"name\": \"/opt/bench/file" << i << "\", \"build_id\": \""
+          << g_setup->buildIds[i] << "\"}\n";
+  g_setup->batchInput = g_setup->dir.sub("batch.jsonl");
 }
+
 
 void record(benchmark::State &state, const std::string &name, double seconds) {
   double perSecond = kFiles * static_cast<double>(state.iterations()) / seconds;
@@ -106,6 +114,38 @@ void BM_VellFetchAll(benchmark::State &state) {
   }
   record(state, "vell x" + std::to_string(inFlight), seconds);
 }
+
+#ifdef VELL_BENCH_TOOL_PATH
+// The tool a user would run: one process answering every request of a batch,
+// each request a whole search (local steps first, then the server).
+void BM_VellBatch(benchmark::State &state) {
+  auto quoted = [](const std::string &text) { return vell_test::shellQuoted(text); };
+  const std::string jobs = std::to_string(state.range(0));
+  const std::string home = g_setup->dir.sub("batch-home");
+  const std::string out = g_setup->dir.sub("batch.out");
+  const std::string command = "env HOME=" + quoted(home) + " XDG_CACHE_HOME=" + quoted(home + "/cache") +
+                              " DEBUGINFOD_URLS= DEBUGINFOD_CACHE_PATH=" + quoted(home + "/none") + " " +
+                              quoted(VELL_BENCH_TOOL_PATH) + " find --batch --jobs " + jobs + " --server " +
+                              quoted(g_setup->server->url()) + " <" + quoted(g_setup->batchInput) + " >" +
+                              quoted(out);
+  double seconds = 0;
+  for (auto _ : state) {
+    fs::remove_all(home);
+    fs::create_directories(home);
+    auto start = std::chrono::steady_clock::now();
+    int status = std::system(command.c_str());
+    seconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::ifstream answers(out);
+    int found = 0;
+    for (std::string line; std::getline(answers, line);)
+      found += line.find("\"found\":true") != std::string::npos;
+    if (status != 0 || found != kFiles)
+      state.SkipWithError("the batch did not find every file");
+  }
+  record(state, "batch j" + jobs, seconds);
+}
+BENCHMARK(BM_VellBatch)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+#endif
 
 void BM_CurlSequential(benchmark::State &state) {
   double seconds = 0;

@@ -7,12 +7,17 @@
 
 namespace vell_tool {
 
+// Requests of a batch worked on at once unless --jobs says otherwise.
+constexpr unsigned kDefaultBatchJobs = 4;
+
 struct BatchOptions {
   bool enabled = false;
   bool noIndex = false;
+  unsigned jobs = kDefaultBatchJobs;
 };
 
 extern const char *const BATCH_OPTION_HELP;
+extern const char *const JOBS_OPTION_HELP;
 
 // Answers the requests on standard input (see runFindBatch). Throws BadInput
 // when the command line names a file to find as well.

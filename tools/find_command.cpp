@@ -3,9 +3,9 @@
 
 #include <cctype>
 #include <charconv>
-#include <iostream>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -32,6 +32,7 @@
 #include "step_tracker.h"
 #include "steps_option.h"
 #include "tool_error.h"
+#include "tool_output.h"
 #include "user_config.h"
 #include "validators.h"
 #include "verbose_report.h"
@@ -266,12 +267,12 @@ ObjectPtr<IValidFile> search(IFileSearch &fileSearch, const FindRequest &request
 
 int runFind(const GlobalOptions &global, const FindOptions &options) {
   FindReport report;
-  const int status = findOne(global, options, ObjectPtr<IDirectoryIndex>(), report);
+  const int status = findOne(global, options, SharedSearch(), report);
   printFindReport(report, global.json);
   return status;
 }
 
-int findOne(const GlobalOptions &global, const FindOptions &options, const ObjectPtr<IDirectoryIndex> &index,
+int findOne(const GlobalOptions &global, const FindOptions &options, const SharedSearch &shared,
             FindReport &report) {
   FindRequest request = checkOptions(global, options);
   // The debug file of a local binary is fetched by the binary's own build ID.
@@ -279,8 +280,11 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   if (serverBuildId.empty() && !options.noBuildId && request.category == scSymbolFiles && !request.binary.empty())
     if (std::optional<ElfIdentity> identity = readElfIdentity(request.binary))
       serverBuildId = identity->buildId;
-  std::unique_ptr<ServerRetrieval> servers =
-      ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote);
+  std::unique_ptr<ServerRetrieval> servers;
+  if (!shared.serversShared)
+    servers = ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote);
+  else if (shared.servers)
+    servers = ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote, shared.servers);
   // A source file is looked for by build ID on servers only.
   if (request.category == scSourceFiles && !request.buildId.empty() && !servers)
     throw BadInput("--build-id with vell find src needs --server (or DEBUGINFOD_URLS)");
@@ -293,7 +297,7 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   StepTracker tracker;
   const bool verbose = global.verbosity >= 1;
   const bool trackSteps = options.explain || verbose;
-  ProgressLine progress(STDERR_FILENO, progressDelay());
+  ProgressLine progress(shared.progressLine ? STDERR_FILENO : -1, progressDelay());
   SearchActivity activity(&progress);
   tracker.setListener([&activity](search_step_t step) { activity.stepEntered(step); });
   RequestedChecks checks;
@@ -346,7 +350,7 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   RecordingValidator recorder(checks.callback(), tracker);
 
   ObjectPtr<IFileSearch> fileSearch = createToolFileSearch(mgr, commandLine, CLIENT_ID, options.plainKernel,
-                                                          request.sysroot, request.kernelRelease, index,
+                                                          request.sysroot, request.kernelRelease, shared.index,
                                                           toolWalkOptions(options.plainWalk));
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
@@ -359,7 +363,7 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
 
   // A compressed kernel image is no answer when its image cannot be had.
   if (!options.plainKernel && request.category == scBinaryFiles && isUnextractedKernel(found)) {
-    std::cerr << "vell: the kernel image " << found->name() << " was found but cannot be extracted\n";
+    writeToStderr("vell: the kernel image " + std::string(found->name()) + " was found but cannot be extracted\n");
     found = ObjectPtr<IValidFile>();
   }
   if (!options.plainKernel && request.category == scBinaryFiles)
@@ -380,8 +384,11 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Objec
   if (trackSteps)
     report.setRejections(rejections.rejected(), recorder.rejections());
   report.unreadable = activity.unreadableDirectories();
-  if (verbose)
-    printStepSummary(std::cerr, activity, report.rejected, found);
+  if (verbose) {
+    std::ostringstream summary;
+    printStepSummary(summary, activity, report.rejected, found);
+    writeToStderr(summary.str());
+  }
   return found ? kExitSuccess : kExitNotFound;
 }
 

@@ -43,10 +43,22 @@ struct FindOptions {
 // BadInput for bad input, before anything is searched.
 int runFind(const GlobalOptions &global, const FindOptions &options);
 
-// Runs the search and fills report; returns the exit status. Recursive
-// directories are walked through index unless it is null. Throws BadInput
-// for bad input, before anything is searched.
-int findOne(const GlobalOptions &global, const FindOptions &options,
-            const VELL_2_13::ObjectPtr<VELL_2_13::IDirectoryIndex> &index, FindReport &report);
+// What the searches of one run share (a batch's requests, on several threads).
+struct SharedSearch {
+  // Recursive directories are walked through it; null: each search walks them.
+  VELL_2_13::ObjectPtr<VELL_2_13::IDirectoryIndex> index;
+  // With serversShared, every search fetches through servers (null: no server
+  // applies) and the server options of the request are not read again.
+  bool serversShared = false;
+  const ServerConnections *servers = nullptr;
+  // The search's progress line; off when several searches share the terminal.
+  bool progressLine = true;
+};
+
+// Runs the search and fills report; returns the exit status. Throws BadInput
+// for bad input, before anything is searched. Several threads may call it at
+// once with one shared.
+int findOne(const GlobalOptions &global, const FindOptions &options, const SharedSearch &shared,
+            FindReport &report);
 
 } // namespace vell_tool

@@ -18,6 +18,7 @@
 #include "file_checks.h"
 #include "json_writer.h"
 #include "tool_error.h"
+#include "tool_output.h"
 
 using namespace VELL_2_13;
 using nlohmann::json;
@@ -104,8 +105,8 @@ void warnAboutModuleRelease(const ObjectPtr<IValidFile> &found, const std::strin
     return;
   const std::string moduleRelease = moduleReleaseOf(found->name());
   if (!moduleRelease.empty() && moduleRelease != release)
-    std::cerr << "vell: warning: " << found->name() << " is a module of kernel release " << moduleRelease
-              << ", not of " << release << "\n";
+    reportWarning(std::string(found->name()) + " is a module of kernel release " + moduleRelease + ", not of " +
+                  release);
 }
 
 int runExtractKernelImage(const GlobalOptions &global, const std::string &compressed, const std::string &output,

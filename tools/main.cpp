@@ -312,6 +312,13 @@ int runTool(int argc, char **argv) {
                           "Seconds to wait for a server to connect, or to send more of a file (default: "
                           "connect 10, stall 30)")
       ->type_name("SECONDS");
+  findCommand->add_option("--ca-bundle", find.remote.caBundle,
+                          "Certificates of the authorities to trust for https:// servers (PEM), e.g. a "
+                          "private one; default: the system's")
+      ->type_name("FILE");
+  findCommand->add_option("--ca-path", find.remote.caPath,
+                          "A directory of such certificates (hashed names, as openssl rehash makes them)")
+      ->type_name("DIR");
   findCommand->add_flag("--explain", find.explain,
                         "List the rejected candidates with their step, severity and message (see below)");
   BatchOptions batch;
@@ -319,6 +326,8 @@ int runTool(int argc, char **argv) {
   findCommand->add_flag("--no-index", batch.noIndex,
                         "With --batch: walk recursive directories for every request instead of listing "
                         "them once");
+  CLI::Option *jobsOption =
+      findCommand->add_option("--jobs", batch.jobs, JOBS_OPTION_HELP)->type_name("N")->check(CLI::Range(1u, 256u));
 
   CLI::App *dirsCommand = app.add_subcommand("dirs", "Manage the user's own search directories");
   dirsCommand->footer(DIRS_FOOTER);
@@ -399,6 +408,8 @@ int runTool(int argc, char **argv) {
     configureLibrary(global);
     if (findCommand->parsed() && batch.noIndex && !batch.enabled)
       throw BadInput("--no-index applies with --batch only");
+    if (findCommand->parsed() && jobsOption->count() > 0 && !batch.enabled)
+      throw BadInput("--jobs applies with --batch only");
     if (findCommand->parsed() && batch.enabled)
       return runBatchCommand(global, find, batch);
     if (findCommand->parsed())

@@ -7,10 +7,46 @@ using namespace VELL_2_13;
 
 namespace vell_tool {
 
-SearchActivity::SearchActivity(ProgressLine *progress)
-    : m_progress(progress), m_previous(setSearchObserver(this)) {}
+namespace {
 
-SearchActivity::~SearchActivity() { setSearchObserver(m_previous); }
+thread_local SearchActivity *t_activity = nullptr;
+
+// The process's observer: the batch searches on several threads at once.
+class ThreadRouter : public ISearchObserver {
+public:
+  void directoryWalked(const char *dir) override {
+    if (t_activity)
+      t_activity->directoryWalked(dir);
+  }
+  void directoryUnreadable(const char *dir, int error) override {
+    if (t_activity)
+      t_activity->directoryUnreadable(dir, error);
+  }
+  void candidateTried(const char *path, unsigned int searchStep, bool exists) override {
+    if (t_activity)
+      t_activity->candidateTried(path, searchStep, exists);
+  }
+};
+
+// Installed once and never removed: a search may still be running on another
+// thread when an activity ends.
+void installRouter() {
+  static ThreadRouter *router = [] {
+    auto *created = new ThreadRouter; // lives until the process ends
+    setSearchObserver(created);
+    return created;
+  }();
+  (void)router;
+}
+
+} // namespace
+
+SearchActivity::SearchActivity(ProgressLine *progress) : m_progress(progress), m_previous(t_activity) {
+  installRouter();
+  t_activity = this;
+}
+
+SearchActivity::~SearchActivity() { t_activity = m_previous; }
 
 StepActivity &SearchActivity::entry(search_step_t step) {
   for (StepActivity &activity : m_steps)

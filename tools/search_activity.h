@@ -31,8 +31,9 @@ struct StepActivity {
   std::chrono::steady_clock::duration time{};
 };
 
-// Installed as the process's search observer for its lifetime. Every search
-// the tool runs happens on the thread that created it.
+// Observes, for its lifetime, the searches of the thread that created it:
+// the library's observer is process-wide, so one router installed for the
+// whole process hands each call to the activity of the searching thread.
 class SearchActivity : public VELL_2_13::ISearchObserver {
 public:
   explicit SearchActivity(ProgressLine *progress = nullptr);
@@ -58,7 +59,7 @@ private:
   StepActivity &entry(VELL_2_13::search_step_t step);
 
   ProgressLine *m_progress;
-  VELL_2_13::ISearchObserver *m_previous;
+  SearchActivity *m_previous; // of this thread
   std::vector<StepActivity> m_steps;
   std::vector<UnreadableDirectory> m_unreadable;
   VELL_2_13::search_step_t m_current = VELL_2_13::ssAskUser;

@@ -2,7 +2,11 @@
 // own settings, an optional result directory and the user-wide context.
 #include "search_contexts.h"
 
+#include <memory>
+#include <mutex>
+#include <set>
 #include <stdexcept>
+#include <string>
 
 using namespace VELL_2_13;
 
@@ -18,6 +22,30 @@ namespace {
 // can meet neither a result directory nor a user name.
 const char *const COMMAND_LINE_CONTEXT = "<vell command line>";
 
+// The context manager keeps the settings of a context by its identity, for
+// the whole process; the searches of a batch run at the same time, each with
+// settings of its own (its file retriever above all). So each running search
+// holds an identity no other running search has: the first "<vell command
+// line>", others "<vell command line N>", given back when the search ends and
+// reused by the next one, as a search run alone reuses the one identity.
+std::mutex g_identityMutex;
+std::set<unsigned> g_identitiesInUse;
+
+std::shared_ptr<const std::string> acquireCommandLineIdentity() {
+  std::lock_guard<std::mutex> lock(g_identityMutex);
+  unsigned number = 0;
+  while (g_identitiesInUse.count(number) != 0)
+    ++number;
+  g_identitiesInUse.insert(number);
+  auto *identity = new std::string(number == 0 ? std::string(COMMAND_LINE_CONTEXT)
+                                               : "<vell command line " + std::to_string(number + 1) + ">");
+  return std::shared_ptr<const std::string>(identity, [number](const std::string *text) {
+    delete text;
+    std::lock_guard<std::mutex> released(g_identityMutex);
+    g_identitiesInUse.erase(number);
+  });
+}
+
 ObjectPtr<IResolutionContext> checked(const ObjectPtr<IResolutionContext> &context, const char *what) {
   if (!context)
     throw std::runtime_error(std::string("cannot create the ") + what + " context");
@@ -29,6 +57,7 @@ ObjectPtr<IResolutionContext> checked(const ObjectPtr<IResolutionContext> &conte
 SearchContexts createSearchContexts(const ObjectPtr<ISearchDirContainer> &userDirs,
                                     const std::string &resultDir) {
   SearchContexts contexts;
+  contexts.commandLineIdentity = acquireCommandLineIdentity();
   contexts.mgr = IResolutionContextMgr::create();
   contexts.userWide = checked(contexts.mgr->createUserWideContext(), "user-wide");
   if (userDirs)
@@ -41,7 +70,7 @@ SearchContexts createSearchContexts(const ObjectPtr<ISearchDirContainer> &userDi
     parent = contexts.resultDir;
   }
   contexts.commandLine =
-      checked(contexts.mgr->createFileSystemContext(COMMAND_LINE_CONTEXT, false), "command-line");
+      checked(contexts.mgr->createFileSystemContext(contexts.commandLineIdentity->c_str(), false), "command-line");
   contexts.mgr->addInheritance(*contexts.commandLine, *parent);
   return contexts;
 }

@@ -2,6 +2,7 @@
 // own settings, an optional result directory and the user-wide context.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "vell/context.h"
@@ -19,6 +20,8 @@ extern const char *const COMMAND_LINE_DIRS_KEY;
 // command line's directories come before the result directory's, and those
 // before the user's own.
 struct SearchContexts {
+  // The command line's identity, no other running search's (given back last).
+  std::shared_ptr<const std::string> commandLineIdentity;
   VELL_2_13::ObjectPtr<VELL_2_13::IResolutionContextMgr> mgr;
   VELL_2_13::ObjectPtr<VELL_2_13::IResolutionContext> userWide;
   VELL_2_13::ObjectPtr<VELL_2_13::IResolutionContext> resultDir; // null without --result-dir

@@ -5,11 +5,14 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
+#include <map>
+#include <mutex>
 #include <pwd.h>
 #include <unistd.h>
 
+#include "file_checks.h"
 #include "tool_error.h"
+#include "tool_output.h"
 
 using namespace VELL_2_13;
 namespace fs = std::filesystem;
@@ -69,8 +72,9 @@ long parseSeconds(const std::string &text) {
 } // namespace
 
 // A progress line on standard error for transfers that last over a second,
-// only when standard error is a terminal.
-class ServerRetrieval::Progress : public ISymSrvDownloadProgressCallback {
+// only when standard error is a terminal. Transfers of several threads share
+// the line: it shows the one that reported last.
+class ServerConnections::Progress : public ISymSrvDownloadProgressCallback {
 public:
   Progress() : m_terminal(::isatty(STDERR_FILENO) == 1) {}
   ~Progress() override { finishLine(); }
@@ -78,39 +82,44 @@ public:
   void progress(const char *fileName, uint64_t done, uint64_t total) override {
     if (!m_terminal)
       return;
+    std::lock_guard<std::mutex> lock(m_mutex);
     auto now = std::chrono::steady_clock::now();
-    if (m_name != fileName) {
+    auto [started, inserted] = m_starts.try_emplace(fileName, now);
+    const auto since = started->second;
+    if (total > 0 && done >= total)
+      m_starts.erase(started);
+    // The line of a finished transfer stays; one still running is overwritten.
+    if (m_name != fileName && m_lineComplete)
       finishLine();
-      m_name = fileName;
-      m_start = now;
-      m_lastDrawn = {};
-    }
-    if (now - m_start < std::chrono::seconds(1) || now - m_lastDrawn < std::chrono::milliseconds(100))
+    if (now - since < std::chrono::seconds(1) || now - m_lastDrawn < std::chrono::milliseconds(100))
       return;
     m_lastDrawn = now;
-    std::cerr << "\rdownloading " << m_name << ": " << done / 1024 << " KiB";
+    m_name = fileName;
+    std::string line = "\rdownloading " + m_name + ": " + std::to_string(done / 1024) + " KiB";
     if (total > 0)
-      std::cerr << " of " << total / 1024 << " KiB (" << (done * 100 / total) << "%)";
-    std::cerr << "\x1b[K" << std::flush;
+      line += " of " + std::to_string(total / 1024) + " KiB (" + std::to_string(done * 100 / total) + "%)";
+    writeToStderr(line + "\x1b[K");
     m_drawn = true;
+    m_lineComplete = total > 0 && done >= total;
   }
 
 private:
   void finishLine() {
     if (m_drawn)
-      std::cerr << "\n";
+      writeToStderr("\n");
     m_drawn = false;
   }
 
-  bool m_terminal;
+  const bool m_terminal;
+  std::mutex m_mutex;
   bool m_drawn = false;
+  bool m_lineComplete = false;
   std::string m_name;
-  std::chrono::steady_clock::time_point m_start;
+  std::map<std::string, std::chrono::steady_clock::time_point> m_starts;
   std::chrono::steady_clock::time_point m_lastDrawn;
 };
 
-std::unique_ptr<ServerRetrieval> ServerRetrieval::create(search_category_t category, const std::string &name,
-                                                         const std::string &buildId, const ServerOptions &options) {
+std::unique_ptr<ServerConnections> ServerConnections::create(const ServerOptions &options) {
   if (options.noServers) {
     if (!options.servers.empty())
       throw BadInput("--no-servers and --server exclude each other");
@@ -140,9 +149,44 @@ std::unique_ptr<ServerRetrieval> ServerRetrieval::create(search_category_t categ
     retrieverOptions.connectTimeoutMs = seconds * 1000;
     retrieverOptions.stallTimeoutSeconds = seconds;
   }
-  std::unique_ptr<ServerRetrieval> retrieval(
-      new ServerRetrieval(category, name, buildId, std::move(retrieverOptions)));
-  retrieval->m_searchCache = (fs::path(cacheRoot) / "vell" / "files").string();
+  // A private certificate authority, for servers the system's certificates do not vouch for.
+  if (!options.caBundle.empty()) {
+    requireFile("--ca-bundle", options.caBundle);
+    retrieverOptions.caBundle = absolutePath(options.caBundle);
+  }
+  if (!options.caPath.empty()) {
+    requireDirectory("--ca-path", options.caPath);
+    retrieverOptions.caPath = absolutePath(options.caPath);
+  }
+  return std::unique_ptr<ServerConnections>(
+      new ServerConnections(std::move(retrieverOptions), (fs::path(cacheRoot) / "vell" / "files").string()));
+}
+
+ServerConnections::ServerConnections(HttpRetrieverOptions options, std::string searchCache)
+    : m_searchCache(std::move(searchCache)), m_progress(std::make_unique<Progress>()),
+      m_retriever(std::make_unique<HttpFileRetriever>(std::move(options))) {}
+
+ServerConnections::~ServerConnections() = default;
+
+std::unique_ptr<HttpFileRetriever> ServerConnections::retrieverForRequest() const {
+  std::unique_ptr<HttpFileRetriever> retriever = m_retriever->sharingTransfers();
+  retriever->setProgressCallback(m_progress.get());
+  return retriever;
+}
+
+ISymSrvDownloadProgressCallback *ServerConnections::progress() const { return m_progress.get(); }
+
+std::unique_ptr<ServerRetrieval> ServerRetrieval::create(search_category_t category, const std::string &name,
+                                                         const std::string &buildId, const ServerOptions &options,
+                                                         const ServerConnections *shared) {
+  std::unique_ptr<ServerConnections> own;
+  if (!shared) {
+    own = ServerConnections::create(options);
+    if (!own)
+      return nullptr;
+    shared = own.get();
+  }
+  std::unique_ptr<ServerRetrieval> retrieval(new ServerRetrieval(category, name, buildId, std::move(own), *shared));
   if (!buildId.empty()) {
     build_id_file_kind_t kind = category == scBinaryFiles   ? bfkExecutable
                                 : category == scSymbolFiles ? bfkDebugInfo
@@ -156,16 +200,15 @@ std::unique_ptr<ServerRetrieval> ServerRetrieval::create(search_category_t categ
 }
 
 ServerRetrieval::ServerRetrieval(search_category_t category, std::string name, std::string buildId,
-                                 HttpRetrieverOptions options)
+                                 std::unique_ptr<ServerConnections> own, const ServerConnections &connections)
     : m_category(category), m_name(std::move(name)), m_buildId(std::move(buildId)),
-      m_progress(std::make_unique<Progress>()), m_retriever(std::make_unique<HttpFileRetriever>(std::move(options))) {
-  m_retriever->setProgressCallback(m_progress.get());
-}
+      m_ownConnections(std::move(own)), m_connections(&connections),
+      m_retriever(connections.retrieverForRequest()) {}
 
 ServerRetrieval::~ServerRetrieval() = default;
 
 void ServerRetrieval::registerWith(IResolutionContextMgr &mgr, IResolutionContext &context, const char *clientId) {
-  fs::create_directories(m_searchCache);
+  fs::create_directories(m_connections->searchCache());
   mgr.registerFileRetriever(context, clientId, m_retriever.get());
 }
 
@@ -173,7 +216,7 @@ std::string ServerRetrieval::fetchSourceForSuggestion() {
   if (m_category != scSourceFiles || m_buildId.empty())
     return "";
   m_sourceAttempted = true;
-  m_sourceResult = m_retriever->fetchSource(m_buildId, m_name, m_progress.get());
+  m_sourceResult = m_retriever->fetchSource(m_buildId, m_name, m_connections->progress());
   return m_sourceResult.ok ? m_sourceResult.path : "";
 }
 

@@ -3,6 +3,7 @@
 #include "tool_output.h"
 
 #include <iostream>
+#include <mutex>
 
 #include <nlohmann/json.hpp>
 
@@ -20,8 +21,14 @@ bool jsonRequested(const std::vector<std::string> &args) {
   return false;
 }
 
+void writeToStderr(const std::string &text) {
+  static std::mutex mutex;
+  std::lock_guard<std::mutex> lock(mutex);
+  std::cerr << text << std::flush;
+}
+
 int reportError(bool json, int status, const std::string &message) {
-  std::cerr << "vell: " << message << "\n";
+  writeToStderr("vell: " + message + "\n");
   if (json) {
     nlohmann::json document = nlohmann::json::object();
     putText(document, "error", message);
@@ -31,7 +38,7 @@ int reportError(bool json, int status, const std::string &message) {
   return status;
 }
 
-void reportWarning(const std::string &message) { std::cerr << "vell: warning: " << message << "\n"; }
+void reportWarning(const std::string &message) { writeToStderr("vell: warning: " + message + "\n"); }
 
 std::string confidenceWord(unsigned confidence) {
   switch (confidence) {

@@ -19,6 +19,10 @@ int reportError(bool json, int status, const std::string &message);
 // One warning line "vell: warning: <message>" on standard error.
 void reportWarning(const std::string &message);
 
+// Writes text to standard error in one piece: the searches of a batch run on
+// several threads, and their lines must not mix.
+void writeToStderr(const std::string &text);
+
 // The meaning of a confidence level in a word: 0 "confirmed" (a requested
 // check, such as a matching checksum, accepted the file), 1 "probable" (the
 // confidence policy accepted it), 2 "possible" (accepted with the policy's

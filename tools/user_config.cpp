@@ -9,6 +9,7 @@
 #include <pwd.h>
 #include <sstream>
 #include <unistd.h>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -30,8 +31,14 @@ std::string homeDirectory() {
   std::string home = environmentText("HOME");
   if (!home.empty())
     return home;
-  const passwd *entry = getpwuid(geteuid());
-  return entry && entry->pw_dir ? entry->pw_dir : "";
+  // The searches of a batch ask at once: the reentrant look-up.
+  long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
+  std::vector<char> buffer(suggested > 0 ? static_cast<size_t>(suggested) : 16384);
+  passwd entry{};
+  passwd *found = nullptr;
+  if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found || !found->pw_dir)
+    return "";
+  return found->pw_dir;
 }
 
 } // namespace

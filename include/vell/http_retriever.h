@@ -49,6 +49,9 @@ struct VELL_API HttpRetrieverOptions {
   long negativeCacheSeconds = 600;
   // A CA bundle file for HTTPS; empty: the system's certificates.
   std::string caBundle;
+  // A directory of CA certificates for HTTPS (hashed names, as c_rehash makes
+  // them); empty: the system's. May be given with caBundle.
+  std::string caPath;
 };
 
 // One build-ID request.
@@ -98,6 +101,12 @@ public:
   HttpFileRetriever(const HttpFileRetriever &) = delete;
   HttpFileRetriever &operator=(const HttpFileRetriever &) = delete;
 
+  // A new retriever with names (addFile), progress callback and last results
+  // of its own that fetches through this one's transfers, caches and counters:
+  // requests of both for one file cause one download, the second waiting for
+  // the first. Either may be destroyed first.
+  std::unique_ptr<HttpFileRetriever> sharingTransfers() const;
+
   // Ties a name the search may ask for (a recorded binary path, a debug-file
   // name, a source path) to the build ID and kind to fetch for it. False when
   // the build ID is not hex or a source path is not absolute.
@@ -130,10 +139,11 @@ public:
   void setEnvironmentInfo(ObjectPtr<IEnvironmentInfo> info) override;
 
 private:
+  HttpFileRetriever(HttpRetrieverOptions options, std::shared_ptr<HttpFetchEngine> engine);
   bool requestFor(const std::string &name, BuildIdRequest &request) const;
 
   HttpRetrieverOptions m_options;
-  std::unique_ptr<HttpFetchEngine> m_engine;
+  std::shared_ptr<HttpFetchEngine> m_engine;
   mutable std::mutex m_mutex;
   std::map<std::string, BuildIdRequest> m_names;
   std::map<std::string, BuildIdResult> m_lastResults;

@@ -232,6 +232,8 @@ bool beginAttempt(Transfer &transfer) {
     curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(options.maxFileSize));
   if (!options.caBundle.empty())
     curl_easy_setopt(easy, CURLOPT_CAINFO, options.caBundle.c_str());
+  if (!options.caPath.empty())
+    curl_easy_setopt(easy, CURLOPT_CAPATH, options.caPath.c_str());
   transfer.engine->countRequest();
   return true;
 }

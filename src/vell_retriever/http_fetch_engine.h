@@ -15,10 +15,11 @@ namespace VELL_2_13 {
 
 class HttpFetchEngine {
 public:
+  // Keeps its own copy of options: retrievers sharing the engine may go first.
   explicit HttpFetchEngine(const HttpRetrieverOptions &options);
 
   // One result per request, in order. Requests for the same file share one
-  // transfer; a file another thread of this process is fetching is waited for.
+  // transfer; a file another thread is fetching through this engine is waited for.
   std::vector<BuildIdResult> run(const std::vector<BuildIdRequest> &requests, unsigned inFlight,
                                  ISymSrvDownloadProgressCallback *progress);
 
@@ -36,7 +37,7 @@ private:
   void release(const std::string &path);
   void waitWhileClaimed(const std::string &path);
 
-  const HttpRetrieverOptions &m_options;
+  const HttpRetrieverOptions m_options;
   std::mutex m_claimMutex;
   std::condition_variable m_released;
   std::set<std::string> m_claimed;

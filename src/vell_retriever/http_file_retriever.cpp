@@ -58,7 +58,14 @@ bool placeFile(const std::string &source, const std::string &target) {
 } // namespace
 
 HttpFileRetriever::HttpFileRetriever(HttpRetrieverOptions options)
-    : m_options(std::move(options)), m_engine(std::make_unique<HttpFetchEngine>(m_options)) {}
+    : m_options(std::move(options)), m_engine(std::make_shared<HttpFetchEngine>(m_options)) {}
+
+HttpFileRetriever::HttpFileRetriever(HttpRetrieverOptions options, std::shared_ptr<HttpFetchEngine> engine)
+    : m_options(std::move(options)), m_engine(std::move(engine)) {}
+
+std::unique_ptr<HttpFileRetriever> HttpFileRetriever::sharingTransfers() const {
+  return std::unique_ptr<HttpFileRetriever>(new HttpFileRetriever(m_options, m_engine));
+}
 
 HttpFileRetriever::~HttpFileRetriever() = default;
 

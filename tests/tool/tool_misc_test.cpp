@@ -260,9 +260,9 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
   EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
                                    "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
                                    "--cache", "--result-dir", "--kernel-release", "--sysroot", "--plain-kernel",
-                                   "--plain-walk", "--suggest", "--steps", "--all", "--explain", "--build-id", "--no-build-id",
-                                   "--debug-dir", "--server", "--no-servers", "--server-timeout", "--batch",
-                                   "--no-index"}),
+                                   "--plain-walk", "--suggest", "--steps", "--all", "--explain", "--build-id",
+                                   "--no-build-id", "--debug-dir", "--server", "--no-servers", "--server-timeout",
+                                   "--ca-bundle", "--ca-path", "--batch", "--no-index", "--jobs"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");

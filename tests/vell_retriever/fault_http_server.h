@@ -3,8 +3,10 @@
 // middle of the body) and every request is counted.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <poll.h>
@@ -67,6 +69,21 @@ public:
     return found == m_counts.end() ? 0 : found->second;
   }
 
+  // Requests being answered at the same moment, at most, so far.
+  int maxConcurrent() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_maxConcurrent;
+  }
+
+  // From now on each answer waits until count requests have been under way at
+  // once (or timeout has passed): requests that run in parallel meet there,
+  // requests made one after another each wait out the timeout.
+  void holdUntilConcurrent(int count, std::chrono::milliseconds timeout) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_holdFor = count;
+    m_holdTimeout = timeout;
+  }
+
   int totalRequests() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     int total = 0;
@@ -124,24 +141,46 @@ private:
     std::string path = readRequestPath(client);
     if (path.empty())
       return;
+    {
+      std::unique_lock<std::mutex> lock(m_mutex);
+      m_maxConcurrent = std::max(m_maxConcurrent, ++m_concurrent);
+      m_concurrencyChanged.notify_all();
+      if (m_holdFor > 0)
+        m_concurrencyChanged.wait_for(lock, m_holdTimeout, [this] { return m_maxConcurrent >= m_holdFor; });
+    }
+    bool counted = true;
+    // The request stops counting before its last byte goes out: a client that
+    // has the whole answer can no longer meet it.
+    auto uncount = [&] {
+      if (!counted)
+        return;
+      counted = false;
+      std::lock_guard<std::mutex> lock(m_mutex);
+      --m_concurrent;
+    };
+    answer(client, path, uncount);
+    uncount();
+  }
+
+  template <class Uncount> void answer(int client, const std::string &path, Uncount &uncount) {
     FaultResponse response = next(path);
     if (response.dropConnection)
       return;
-    std::string head = "HTTP/1.1 " + std::to_string(response.status) +
-                       " Scripted\r\nContent-Length: " + std::to_string(response.body.size()) +
-                       "\r\nConnection: close\r\n\r\n";
-    sendAll(client, head);
-    if (response.stallAfter == std::string::npos && response.chunkDelayMs > 0) {
-      for (size_t at = 0; at < response.body.size() && !m_stop; at += 4096) {
-        sendAll(client, response.body.substr(at, 4096));
+    std::string head = "HTTP/1.1 " + std::to_string(response.status) + " Scripted\r\nContent-Length: " +
+                       std::to_string(response.body.size()) + "\r\nConnection: close\r\n\r\n";
+    if (response.stallAfter == std::string::npos) {
+      std::string all = head + response.body;
+      const size_t first = std::min(response.chunkDelayMs > 0 ? head.size() : all.size(), all.size() - 1);
+      sendAll(client, all.substr(0, first));
+      for (size_t at = first; at + 1 < all.size() && !m_stop; at += 4096) {
+        sendAll(client, all.substr(at, std::min<size_t>(4096, all.size() - 1 - at)));
         std::this_thread::sleep_for(std::chrono::milliseconds(response.chunkDelayMs));
       }
+      uncount();
+      sendAll(client, all.substr(all.size() - 1));
       return;
     }
-    if (response.stallAfter == std::string::npos) {
-      sendAll(client, response.body);
-      return;
-    }
+    sendAll(client, head);
     sendAll(client, response.body.substr(0, response.stallAfter));
     // Hold the connection open, sending nothing, until the client gives up.
     char buffer[256];
@@ -162,6 +201,11 @@ private:
   std::map<std::string, std::vector<FaultResponse>> m_scripts;
   std::map<std::string, size_t> m_served;
   std::map<std::string, int> m_counts;
+  std::condition_variable m_concurrencyChanged;
+  int m_concurrent = 0;
+  int m_maxConcurrent = 0;
+  int m_holdFor = 0;
+  std::chrono::milliseconds m_holdTimeout{0};
 };
 
 } // namespace vell_test
