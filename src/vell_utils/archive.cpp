@@ -26,6 +26,25 @@ bool ensureDirectory(const std::string &dir) {
   return isDirectory(dir.c_str()) || createDir(dir.c_str()) || isDirectory(dir.c_str());
 }
 
+// Copies source to a temporary file beside target and renames it into place,
+// so that a search filing the same file at the same moment, or looking at the
+// archive, never sees a partly written copy. The temporary file is removed
+// when the copy fails; the error leaves as filesystem_error.
+void copyIntoPlace(const char *source, const std::string &target) {
+  const boost::filesystem::path targetPath(target);
+  const boost::filesystem::path temporary =
+      targetPath.parent_path() /
+      boost::filesystem::unique_path("." + targetPath.filename().string() + ".%%%%%%%%.tmp");
+  try {
+    boost::filesystem::copy_file(source, temporary, boost::filesystem::copy_options::overwrite_existing);
+    boost::filesystem::rename(temporary, targetPath);
+  } catch (const boost::filesystem::filesystem_error &) {
+    boost::system::error_code ignored;
+    boost::filesystem::remove(temporary, ignored);
+    throw;
+  }
+}
+
 } // namespace
 
 int archiveFile(const char *source, const char *targetDir, const char *subDir, std::string &result,
@@ -67,7 +86,7 @@ int archiveFile(const char *source, const char *targetDir, const char *subDir, s
     return kAlreadyArchived;
 
   // Errors of the copy and the removal leave as filesystem_error.
-  boost::filesystem::copy_file(source, target, boost::filesystem::copy_options::overwrite_existing);
+  copyIntoPlace(source, target);
   if (removeSource)
     boost::filesystem::remove(source);
   return kArchived;
