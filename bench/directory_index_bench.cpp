@@ -98,7 +98,8 @@ std::string ensureTree(const std::string &trees, const Shape &shape) {
         const std::string leaf = leafPath(root, t, m, l);
         ::mkdir(leaf.c_str(), 0755);
         for (int f = 0; f < shape.filesPerLeaf; ++f) {
-          const int fd = ::open((leaf + "/" + fileName(t, m, l, f)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+          const int fd =
+              ::open((leaf + "/" + fileName(t, m, l, f)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
           if (fd >= 0)
             ::close(fd);
         }
@@ -106,7 +107,8 @@ std::string ensureTree(const std::string &trees, const Shape &shape) {
     }
   }
   std::ofstream(marker) << "complete\n";
-  std::printf("created in %.0f s\n", std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+  std::printf("created in %.0f s\n",
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
   return root;
 }
 
@@ -197,7 +199,8 @@ void findAll(IFileSearch &search, const std::vector<std::string> &names) {
 }
 
 void row(const char *what, double vell, const char *peer, double peerSeconds) {
-  std::printf("%-62s %10.3f s   %-28s %8.3f s   ratio %.2f\n", what, vell, peer, peerSeconds, vell / peerSeconds);
+  std::printf("%-62s %10.3f s   %-28s %8.3f s   ratio %.2f\n", what, vell, peer, peerSeconds,
+              vell / peerSeconds);
   std::fflush(stdout);
 }
 
@@ -228,7 +231,8 @@ void measureMemory(const std::string &root, const Shape &shape) {
     std::printf("  counted: %.1f MB (%.1f bytes per entry); resident after: %.1f MB, peak: %.1f MB above the "
                 "start (%.1f MB per 1,000,000 entries)\n",
                 double(statistics.memoryBytes) / 1e6, double(statistics.memoryBytes) / files,
-                double(after - before) / 1e3, double(peak - before) / 1e3, double(peak - before) / 1e3 / files * 1e6);
+                double(after - before) / 1e3, double(peak - before) / 1e3,
+                double(peak - before) / 1e3 / files * 1e6);
     std::fflush(stdout);
     ::_exit(0);
   }
@@ -275,7 +279,8 @@ void benchFileTree(const Options &options, const Shape &shape) {
   const double thousand = seconds([&] { findAll(*indexed, names); });
   row("index: 1,000 names, listing included", thousand, "one find ROOT -name X", find);
   const double again = seconds([&] { findAll(*indexed, names); });
-  std::printf("%-62s %10.1f us per name\n", "index: the same 1,000 names again (tree listed)", again / kLookups * 1e6);
+  std::printf("%-62s %10.1f us per name\n", "index: the same 1,000 names again (tree listed)",
+              again / kLookups * 1e6);
   const double missing = seconds([&] {
     for (int i = 0; i < kLookups; ++i)
       indexed->findBinFile(kMissing, nullptr, nullptr, 0);
@@ -290,7 +295,9 @@ void benchFileTree(const Options &options, const Shape &shape) {
         out << "{\"category\": \"bin\", \"name\": \"" << name << "\"}\n";
     }
     const std::string dir = "all:r=" + root;
-    const double batch = median(3, [&] { runProcess({options.tool, "find", "--batch", "--dir", dir}, input); });
+    const double batch = median(3, [&] {
+      runProcess({options.tool, "find", "--batch", "--dir", dir}, input);
+    });
     row("vell find --batch: 1,000 requests, one process", batch, "one find ROOT -name X", find);
   } else {
     std::printf("vell tool not found (--tool PATH): batch not measured\n");
@@ -337,7 +344,8 @@ int main(int argc, char **argv) {
   Options options;
   const char *fromEnvironment = std::getenv("VELL_BENCH_TREES");
   options.trees = fromEnvironment && *fromEnvironment ? fromEnvironment : "/var/tmp/vell-bench-trees";
-  options.tool = (fs::path(fs::read_symlink("/proc/self/exe")).parent_path().parent_path() / "tools" / "vell").string();
+  options.tool =
+      (fs::path(fs::read_symlink("/proc/self/exe")).parent_path().parent_path() / "tools" / "vell").string();
   std::vector<std::string> only;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -350,7 +358,8 @@ int main(int argc, char **argv) {
     else if (arg == "--only" && i + 1 < argc)
       only.push_back(argv[++i]);
     else {
-      std::fprintf(stderr, "usage: %s [--trees DIR] [--tool PATH] [--cold] [--only files-100k|files-1m|dirs-200k]\n",
+      std::fprintf(stderr,
+                   "usage: %s [--trees DIR] [--tool PATH] [--cold] [--only files-100k|files-1m|dirs-200k]\n",
                    argv[0]);
       return 2;
     }

@@ -48,7 +48,8 @@ std::string hexOf(const std::string &bytes) {
 
 // 200 copies of one program, each with its own build ID written over the original.
 void makeFiles(Setup &setup) {
-  vell_test::BuiltProgram program = vell_test::buildProgram(setup.dir.sub("src"), "bench", "benchmark program");
+  vell_test::BuiltProgram program =
+      vell_test::buildProgram(setup.dir.sub("src"), "bench", "benchmark program");
   std::string bytes = vell_test::readWhole(program.binary);
   std::string original;
   for (size_t i = 0; i < program.buildId.size(); i += 2)
@@ -70,7 +71,8 @@ void makeFiles(Setup &setup) {
 void setUp() {
   g_setup = new Setup;
   makeFiles(*g_setup);
-  g_setup->server = std::make_unique<vell_test::DebuginfodServer>(g_setup->dir.path(), "-F", g_setup->dir.sub("tree"));
+  g_setup->server =
+      std::make_unique<vell_test::DebuginfodServer>(g_setup->dir.path(), "-F", g_setup->dir.sub("tree"));
   if (!g_setup->server->waitUntilIndexed())
     throw std::runtime_error("debuginfod did not index the files");
   std::ofstream config(g_setup->dir.sub("curl.config"));
@@ -84,7 +86,6 @@ void setUp() {
           << g_setup->buildIds[i] << "\"}\n";
   g_setup->batchInput = g_setup->dir.sub("batch.jsonl");
 }
-
 
 void record(benchmark::State &state, const std::string &name, double seconds) {
   double perSecond = kFiles * static_cast<double>(state.iterations()) / seconds;
@@ -161,7 +162,13 @@ void BM_CurlSequential(benchmark::State &state) {
   record(state, "curl", seconds);
 }
 
-BENCHMARK(BM_VellFetchAll)->Arg(1)->Arg(4)->Arg(16)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
+BENCHMARK(BM_VellFetchAll)
+    ->Arg(1)
+    ->Arg(4)
+    ->Arg(16)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5)
+    ->UseRealTime();
 BENCHMARK(BM_CurlSequential)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 
 } // namespace

@@ -56,7 +56,7 @@ int main(int argc, char **argv) {
   ObjectPtr<IValidFile> found = search->findBinFile(argv[1], nullptr, nullptr, 0);
   if (!found)
     return 1;
-  std::printf("%s\nconfidence %u, found in step %s\n", found->name(), static_cast<unsigned>(found->confidence()),
-              dump(found->searchStep()).c_str());
+  std::printf("%s\nconfidence %u, found in step %s\n", found->name(),
+              static_cast<unsigned>(found->confidence()), dump(found->searchStep()).c_str());
   return 0;
 }

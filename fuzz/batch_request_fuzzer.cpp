@@ -19,7 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const bool good = vell_tool::parseBatchRequest(line, base, request, error);
   if (good == !error.empty())
     __builtin_trap();
-  if (good && (request.options.category.empty() || request.options.name.empty() || request.options.dirs != base.dirs))
+  if (good &&
+      (request.options.category.empty() || request.options.name.empty() || request.options.dirs != base.dirs))
     __builtin_trap();
   // The answer echoes the id; it must always be printable.
   nlohmann::json answer{{"line", 1}, {"error", error}};

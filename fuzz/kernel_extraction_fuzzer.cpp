@@ -55,7 +55,11 @@ void check(bool ok, const std::string &output) {
   if (ok) {
     FILE *file = std::fopen(output.c_str(), "rb");
     char magic[4] = {};
-    if (!file || std::fread(magic, 1, 4, file) != 4 || std::memcmp(magic, "\x7f" "ELF", 4) != 0)
+    if (!file || std::fread(magic, 1, 4, file) != 4 ||
+        std::memcmp(magic,
+                    "\x7f"
+                    "ELF",
+                    4) != 0)
       std::abort(); // an extraction counted that is no ELF file
     std::fclose(file);
     if (static_cast<unsigned long long>(st.st_size) > kCap)

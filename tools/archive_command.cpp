@@ -90,7 +90,8 @@ int runArchive(const GlobalOptions &global, const ArchiveOptions &options) {
   std::string path = archived ? archivedPath(resultDir, file, category) : "";
 
   if (global.json) {
-    nlohmann::json out{{"category", categoryName(category)}, {"status", status}, {"statusText", statusText(status)}};
+    nlohmann::json out{
+        {"category", categoryName(category)}, {"status", status}, {"statusText", statusText(status)}};
     putText(out, "file", file);
     if (archived)
       putText(out, "path", path);

@@ -13,8 +13,8 @@
 
 #include "categories.h"
 #include "dir_warnings.h"
-#include "json_writer.h"
 #include "file_checks.h"
+#include "json_writer.h"
 #include "tool_error.h"
 #include "user_config.h"
 
@@ -159,7 +159,8 @@ int runDirsList(const GlobalOptions &global) {
     bool highPriority = false;
     while (dirs->getCurrentRecord(name, recursive, highPriority) && !spec.atEnd()) {
       if (global.json) {
-        json entry{{"category", categoryName(category)}, {"recursive", recursive}, {"highPriority", highPriority}};
+        json entry{
+            {"category", categoryName(category)}, {"recursive", recursive}, {"highPriority", highPriority}};
         putText(entry, "directory", name ? name : "");
         putText(entry, "spec", *spec);
         out["directories"].push_back(entry);

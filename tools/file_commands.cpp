@@ -23,7 +23,6 @@ using nlohmann::json;
 
 namespace vell_tool {
 
-
 int runChecksum(const GlobalOptions &global, const std::string &file, bool sha1) {
   requireFile("checksum", file);
   if (!std::ifstream(file, std::ios::binary))

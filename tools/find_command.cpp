@@ -277,14 +277,16 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Share
   FindRequest request = checkOptions(global, options);
   // The debug file of a local binary is fetched by the binary's own build ID.
   std::string serverBuildId = request.buildId;
-  if (serverBuildId.empty() && !options.noBuildId && request.category == scSymbolFiles && !request.binary.empty())
+  if (serverBuildId.empty() && !options.noBuildId && request.category == scSymbolFiles &&
+      !request.binary.empty())
     if (std::optional<ElfIdentity> identity = readElfIdentity(request.binary))
       serverBuildId = identity->buildId;
   std::unique_ptr<ServerRetrieval> servers;
   if (!shared.serversShared)
     servers = ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote);
   else if (shared.servers)
-    servers = ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote, shared.servers);
+    servers = ServerRetrieval::create(request.category, request.name, serverBuildId, options.remote,
+                                      shared.servers);
   // A source file is looked for by build ID on servers only.
   if (request.category == scSourceFiles && !request.buildId.empty() && !servers)
     throw BadInput("--build-id with vell find src needs --server (or DEBUGINFOD_URLS)");
@@ -349,9 +351,9 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Share
 
   RecordingValidator recorder(checks.callback(), tracker);
 
-  ObjectPtr<IFileSearch> fileSearch = createToolFileSearch(mgr, commandLine, CLIENT_ID, options.plainKernel,
-                                                          request.sysroot, request.kernelRelease, shared.index,
-                                                          toolWalkOptions(options.plainWalk));
+  ObjectPtr<IFileSearch> fileSearch =
+      createToolFileSearch(mgr, commandLine, CLIENT_ID, options.plainKernel, request.sysroot,
+                           request.kernelRelease, shared.index, toolWalkOptions(options.plainWalk));
   if (!fileSearch)
     throw std::runtime_error("cannot create a file search");
   IValidatorCallback *validator = trackSteps ? &recorder : checks.callback();
@@ -363,7 +365,8 @@ int findOne(const GlobalOptions &global, const FindOptions &options, const Share
 
   // A compressed kernel image is no answer when its image cannot be had.
   if (!options.plainKernel && request.category == scBinaryFiles && isUnextractedKernel(found)) {
-    writeToStderr("vell: the kernel image " + std::string(found->name()) + " was found but cannot be extracted\n");
+    writeToStderr("vell: the kernel image " + std::string(found->name()) +
+                  " was found but cannot be extracted\n");
     found = ObjectPtr<IValidFile>();
   }
   if (!options.plainKernel && request.category == scBinaryFiles)

@@ -105,12 +105,12 @@ void warnAboutModuleRelease(const ObjectPtr<IValidFile> &found, const std::strin
     return;
   const std::string moduleRelease = moduleReleaseOf(found->name());
   if (!moduleRelease.empty() && moduleRelease != release)
-    reportWarning(std::string(found->name()) + " is a module of kernel release " + moduleRelease + ", not of " +
-                  release);
+    reportWarning(std::string(found->name()) + " is a module of kernel release " + moduleRelease +
+                  ", not of " + release);
 }
 
-int runExtractKernelImage(const GlobalOptions &global, const std::string &compressed, const std::string &output,
-                          bool plain) {
+int runExtractKernelImage(const GlobalOptions &global, const std::string &compressed,
+                          const std::string &output, bool plain) {
   requireFile("extract-kernel", compressed);
   if (output.empty())
     throw BadInput("extract-kernel: empty output path");
@@ -148,8 +148,8 @@ int runExtractKernelImage(const GlobalOptions &global, const std::string &compre
   } else if (plain) {
     std::cerr << "vell: no kernel image could be extracted from " << compressed << "\n";
   } else {
-    std::cerr << "vell: no kernel image could be extracted from " << compressed << ": " << reasonText(result.error)
-              << "\n";
+    std::cerr << "vell: no kernel image could be extracted from " << compressed << ": "
+              << reasonText(result.error) << "\n";
   }
   return extracted ? kExitSuccess : kExitNotFound;
 }

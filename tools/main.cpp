@@ -19,9 +19,9 @@
 #include "global_options.h"
 #include "kernel_support.h"
 #include "steps_option.h"
+#include "tool_error.h"
 #include "tool_language.h"
 #include "tool_output.h"
-#include "tool_error.h"
 
 using namespace VELL_2_13;
 using namespace vell_tool;
@@ -308,16 +308,19 @@ int runTool(int argc, char **argv) {
                  ->type_name("URL"));
   findCommand->add_flag("--no-servers", find.remote.noServers,
                         "Fetch nothing: ignore DEBUGINFOD_URLS (the plain local search)");
-  findCommand->add_option("--server-timeout", find.remote.timeout,
-                          "Seconds to wait for a server to connect, or to send more of a file (default: "
-                          "connect 10, stall 30)")
+  findCommand
+      ->add_option("--server-timeout", find.remote.timeout,
+                   "Seconds to wait for a server to connect, or to send more of a file (default: "
+                   "connect 10, stall 30)")
       ->type_name("SECONDS");
-  findCommand->add_option("--ca-bundle", find.remote.caBundle,
-                          "Certificates of the authorities to trust for https:// servers (PEM), e.g. a "
-                          "private one; default: the system's")
+  findCommand
+      ->add_option("--ca-bundle", find.remote.caBundle,
+                   "Certificates of the authorities to trust for https:// servers (PEM), e.g. a "
+                   "private one; default: the system's")
       ->type_name("FILE");
-  findCommand->add_option("--ca-path", find.remote.caPath,
-                          "A directory of such certificates (hashed names, as openssl rehash makes them)")
+  findCommand
+      ->add_option("--ca-path", find.remote.caPath,
+                   "A directory of such certificates (hashed names, as openssl rehash makes them)")
       ->type_name("DIR");
   findCommand->add_flag("--explain", find.explain,
                         "List the rejected candidates with their step, severity and message (see below)");
@@ -326,8 +329,9 @@ int runTool(int argc, char **argv) {
   findCommand->add_flag("--no-index", batch.noIndex,
                         "With --batch: walk recursive directories for every request instead of listing "
                         "them once");
-  CLI::Option *jobsOption =
-      findCommand->add_option("--jobs", batch.jobs, JOBS_OPTION_HELP)->type_name("N")->check(CLI::Range(1u, 256u));
+  CLI::Option *jobsOption = findCommand->add_option("--jobs", batch.jobs, JOBS_OPTION_HELP)
+                                ->type_name("N")
+                                ->check(CLI::Range(1u, 256u));
 
   CLI::App *dirsCommand = app.add_subcommand("dirs", "Manage the user's own search directories");
   dirsCommand->footer(DIRS_FOOTER);
@@ -375,8 +379,9 @@ int runTool(int argc, char **argv) {
   std::string output;
   bool plainExtraction = false;
   CLI::App *extractCommand = app.add_subcommand(
-      "extract-kernel", "Extract the uncompressed kernel image of a compressed kernel (gzip, xz, lzma, bzip2, "
-                        "lz4, zstd or lzo) into OUTPUT and name the compression");
+      "extract-kernel",
+      "Extract the uncompressed kernel image of a compressed kernel (gzip, xz, lzma, bzip2, "
+      "lz4, zstd or lzo) into OUTPUT and name the compression");
   extractCommand->add_flag("--plain-kernel", plainExtraction,
                            "Only gzip streams with a plain header, as the library's default extraction");
   extractCommand->footer(COMMAND_FOOTER);

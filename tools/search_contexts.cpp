@@ -69,8 +69,8 @@ SearchContexts createSearchContexts(const ObjectPtr<ISearchDirContainer> &userDi
     contexts.mgr->addInheritance(*contexts.resultDir, *contexts.userWide);
     parent = contexts.resultDir;
   }
-  contexts.commandLine =
-      checked(contexts.mgr->createFileSystemContext(contexts.commandLineIdentity->c_str(), false), "command-line");
+  contexts.commandLine = checked(
+      contexts.mgr->createFileSystemContext(contexts.commandLineIdentity->c_str(), false), "command-line");
   contexts.mgr->addInheritance(*contexts.commandLine, *parent);
   return contexts;
 }

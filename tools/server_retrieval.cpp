@@ -177,7 +177,8 @@ std::unique_ptr<HttpFileRetriever> ServerConnections::retrieverForRequest() cons
 ISymSrvDownloadProgressCallback *ServerConnections::progress() const { return m_progress.get(); }
 
 std::unique_ptr<ServerRetrieval> ServerRetrieval::create(search_category_t category, const std::string &name,
-                                                         const std::string &buildId, const ServerOptions &options,
+                                                         const std::string &buildId,
+                                                         const ServerOptions &options,
                                                          const ServerConnections *shared) {
   std::unique_ptr<ServerConnections> own;
   if (!shared) {
@@ -186,7 +187,8 @@ std::unique_ptr<ServerRetrieval> ServerRetrieval::create(search_category_t categ
       return nullptr;
     shared = own.get();
   }
-  std::unique_ptr<ServerRetrieval> retrieval(new ServerRetrieval(category, name, buildId, std::move(own), *shared));
+  std::unique_ptr<ServerRetrieval> retrieval(
+      new ServerRetrieval(category, name, buildId, std::move(own), *shared));
   if (!buildId.empty()) {
     build_id_file_kind_t kind = category == scBinaryFiles   ? bfkExecutable
                                 : category == scSymbolFiles ? bfkDebugInfo
@@ -207,7 +209,8 @@ ServerRetrieval::ServerRetrieval(search_category_t category, std::string name, s
 
 ServerRetrieval::~ServerRetrieval() = default;
 
-void ServerRetrieval::registerWith(IResolutionContextMgr &mgr, IResolutionContext &context, const char *clientId) {
+void ServerRetrieval::registerWith(IResolutionContextMgr &mgr, IResolutionContext &context,
+                                   const char *clientId) {
   fs::create_directories(m_connections->searchCache());
   mgr.registerFileRetriever(context, clientId, m_retriever.get());
 }

@@ -48,7 +48,7 @@ private:
 // Where the file of a finished search came from, for the report.
 struct RetrievalNote {
   bool attempted = false;
-  bool used = false; // the file found is the one retrieved
+  bool used = false;  // the file found is the one retrieved
   std::string origin; // server, cache or client-cache
   std::string from;   // URL or directory
   std::string buildId;
@@ -61,8 +61,9 @@ public:
   // Throws BadInput for a malformed build ID or option. Fetches through
   // shared when it is given (options then apply no more), else through
   // connections of its own.
-  static std::unique_ptr<ServerRetrieval> create(VELL_2_13::search_category_t category, const std::string &name,
-                                                 const std::string &buildId, const ServerOptions &options,
+  static std::unique_ptr<ServerRetrieval> create(VELL_2_13::search_category_t category,
+                                                 const std::string &name, const std::string &buildId,
+                                                 const ServerOptions &options,
                                                  const ServerConnections *shared = nullptr);
   ~ServerRetrieval();
 

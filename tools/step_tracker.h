@@ -20,7 +20,9 @@ public:
     m_current = step;
   }
   // Told every step the search reports, repeated reports of the same step included.
-  void setListener(std::function<void(VELL_2_13::search_step_t)> listener) { m_listener = std::move(listener); }
+  void setListener(std::function<void(VELL_2_13::search_step_t)> listener) {
+    m_listener = std::move(listener);
+  }
 
 private:
   VELL_2_13::search_step_t m_current = VELL_2_13::ssAskUser;

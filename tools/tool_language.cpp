@@ -41,7 +41,8 @@ std::string languageFromLocale(const std::string &catalogDir, const char *lcAll,
 }
 
 std::string languageFromLocale(const std::string &catalogDir) {
-  return languageFromLocale(catalogDir, std::getenv("LC_ALL"), std::getenv("LC_MESSAGES"), std::getenv("LANG"));
+  return languageFromLocale(catalogDir, std::getenv("LC_ALL"), std::getenv("LC_MESSAGES"),
+                            std::getenv("LANG"));
 }
 
 } // namespace vell_tool

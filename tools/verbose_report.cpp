@@ -28,8 +28,8 @@ std::string count(unsigned long n, const char *one, const char *many) {
 
 } // namespace
 
-void printStepSummary(std::ostream &out, const SearchActivity &activity, const std::vector<Rejection> &rejected,
-                      const ObjectPtr<IValidFile> &found) {
+void printStepSummary(std::ostream &out, const SearchActivity &activity,
+                      const std::vector<Rejection> &rejected, const ObjectPtr<IValidFile> &found) {
   if (activity.steps().empty())
     out << "vell: no search step ran (the search history or a callback answered)\n";
   for (const StepActivity &step : activity.steps()) {

@@ -12,7 +12,8 @@
 
 namespace vell_tool {
 
-void printStepSummary(std::ostream &out, const SearchActivity &activity, const std::vector<Rejection> &rejected,
+void printStepSummary(std::ostream &out, const SearchActivity &activity,
+                      const std::vector<Rejection> &rejected,
                       const VELL_2_13::ObjectPtr<VELL_2_13::IValidFile> &found);
 
 } // namespace vell_tool

@@ -46,7 +46,8 @@ public:
   virtual ObjectPtr<ISearchDirContainer> getSearchDirs(const char *key) = 0;
   virtual void setSearchDirs(const ObjectPtr<ISearchDirContainer> &container, const char *key) = 0;
   virtual ObjectPtr<ISearchDirKeyIterator> searchDirsKeyIterator() = 0;
-  virtual void registerSearchStartedCallback(const std::string &clientId, ISearchStartedCallback *callback) = 0;
+  virtual void registerSearchStartedCallback(const std::string &clientId,
+                                             ISearchStartedCallback *callback) = 0;
   virtual void registerFilesFoundCallback(const std::string &clientId, IFilesFoundCallback *callback) = 0;
   virtual void registerNoFilesFoundCallback(const std::string &clientId, INoFilesFoundCallback *callback) = 0;
   virtual void registerConfidenceLevelPolicyCallback(const std::string &clientId,
@@ -94,12 +95,14 @@ public:
   virtual ObjectPtr<IResolutionContext> createResultDirectoryContext(const char *dir) = 0;
   virtual ObjectPtr<IResolutionContext> createUserWideContext() = 0;
   virtual ObjectPtr<IResolutionContext> createFileSystemContext(const char *path, bool isDirectory) = 0;
-  virtual unsigned int archiveFile(IResolutionContext &context, const char *file, search_category_t category) = 0;
+  virtual unsigned int archiveFile(IResolutionContext &context, const char *file,
+                                   search_category_t category) = 0;
   virtual bool registerFileRetriever(IResolutionContext &context, const char *clientId,
                                      IFileRetriever *retriever) = 0;
   virtual bool registerSearchStepsConfigurator(IResolutionContext &context, const char *clientId,
                                                ObjectPtr<ISearchStepsConfigurator> configurator) = 0;
-  virtual bool registerMessenger(IResolutionContext &context, const char *clientId, IMessenger *messenger) = 0;
+  virtual bool registerMessenger(IResolutionContext &context, const char *clientId,
+                                 IMessenger *messenger) = 0;
   virtual bool registerEnvironmentInfo(IResolutionContext &context, const char *clientId,
                                        ObjectPtr<IEnvironmentInfo> info) = 0;
 

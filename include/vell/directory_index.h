@@ -31,7 +31,7 @@ struct VELL_API DirectoryIndexOptions {
 // capacities.
 struct VELL_API DirectoryIndexStatistics {
   size_t trees = 0;
-  size_t directories = 0;   // directories of every tree's walk
+  size_t directories = 0; // directories of every tree's walk
   size_t entries = 0;     // names listed in those directories
   size_t memoryBytes = 0;
   uint64_t listings = 0; // directories read from the file system so far
@@ -52,7 +52,8 @@ public:
   virtual void clear() = 0;
   virtual DirectoryIndexStatistics statistics() const = 0;
 
-  static VELL_API ObjectPtr<IDirectoryIndex> create(const DirectoryIndexOptions &options = DirectoryIndexOptions());
+  static VELL_API ObjectPtr<IDirectoryIndex>
+  create(const DirectoryIndexOptions &options = DirectoryIndexOptions());
 };
 
 // A file search like IFileSearch::create's whose recursive directory walks

@@ -17,7 +17,8 @@ namespace VELL_2_13 {
 class IFileSearch : public IVellObject {
 public:
   virtual ObjectPtr<IValidFile> findBinFile(const char *binName, IValidatorCallback *validatorCallback,
-                                            const char *suggestedPath, unsigned long long searchStepsMask) = 0;
+                                            const char *suggestedPath,
+                                            unsigned long long searchStepsMask) = 0;
   virtual ObjectPtr<IValidFile> findSymFile(const char *symName, const char *binName, const char *checksum,
                                             IValidatorCallback *validatorCallback, const char *suggestedPath,
                                             ISymSrvDownloadProgressCallback *progressCallback,

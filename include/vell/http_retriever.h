@@ -71,11 +71,11 @@ enum fetch_origin_t : uint32_t {
 
 struct VELL_API BuildIdResult {
   bool ok = false;
-  std::string path;            // the local file when ok
+  std::string path; // the local file when ok
   fetch_origin_t origin = foNone;
-  std::string url;             // the URL it was downloaded from (foServer), or the cache it was found in
-  std::string error;           // why not, localised, when not ok
-  bool notFound = false;       // every server answered "not found" (now or remembered)
+  std::string url;       // the URL it was downloaded from (foServer), or the cache it was found in
+  std::string error;     // why not, localised, when not ok
+  bool notFound = false; // every server answered "not found" (now or remembered)
 };
 
 // Counters since construction.
@@ -115,8 +115,10 @@ public:
   // operations; may be null. Not owned.
   void setProgressCallback(ISymSrvDownloadProgressCallback *callback);
 
-  BuildIdResult fetchDebugInfo(const std::string &buildId, ISymSrvDownloadProgressCallback *progress = nullptr);
-  BuildIdResult fetchExecutable(const std::string &buildId, ISymSrvDownloadProgressCallback *progress = nullptr);
+  BuildIdResult fetchDebugInfo(const std::string &buildId,
+                               ISymSrvDownloadProgressCallback *progress = nullptr);
+  BuildIdResult fetchExecutable(const std::string &buildId,
+                                ISymSrvDownloadProgressCallback *progress = nullptr);
   BuildIdResult fetchSource(const std::string &buildId, const std::string &sourcePath,
                             ISymSrvDownloadProgressCallback *progress = nullptr);
   BuildIdResult fetch(const BuildIdRequest &request, ISymSrvDownloadProgressCallback *progress = nullptr);

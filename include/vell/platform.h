@@ -55,13 +55,13 @@ public:
   enum class Type { None, UInt8, Bool, Text, Int64, UInt64, Double };
 
   Variant() = default;
-  Variant(uint8_t v) : m_value(v) {}                // NOLINT(google-explicit-constructor)
-  Variant(bool v) : m_value(v) {}                   // NOLINT(google-explicit-constructor)
+  Variant(uint8_t v) : m_value(v) {}                           // NOLINT(google-explicit-constructor)
+  Variant(bool v) : m_value(v) {}                              // NOLINT(google-explicit-constructor)
   Variant(const char *v) : m_value(std::string(v ? v : "")) {} // NOLINT(google-explicit-constructor)
-  Variant(std::string v) : m_value(std::move(v)) {} // NOLINT(google-explicit-constructor)
-  Variant(int64_t v) : m_value(v) {}                // NOLINT(google-explicit-constructor)
-  Variant(uint64_t v) : m_value(v) {}               // NOLINT(google-explicit-constructor)
-  Variant(double v) : m_value(v) {}                 // NOLINT(google-explicit-constructor)
+  Variant(std::string v) : m_value(std::move(v)) {}            // NOLINT(google-explicit-constructor)
+  Variant(int64_t v) : m_value(v) {}                           // NOLINT(google-explicit-constructor)
+  Variant(uint64_t v) : m_value(v) {}                          // NOLINT(google-explicit-constructor)
+  Variant(double v) : m_value(v) {}                            // NOLINT(google-explicit-constructor)
 
   Type type() const { return static_cast<Type>(m_value.index()); }
   template <class T> bool can_get() const { return std::holds_alternative<T>(m_value); }

@@ -84,10 +84,10 @@ protected:
 // Name of the catalog holding the validation texts.
 extern VELL_API const char *const VALIDATOR_MESSAGES_CATALOG;
 
-#define VELL_FILE_MESSAGE_INTERFACE(Kind)                                                          \
-  class I##Kind##Message : public IVellObject {                                                    \
-  public:                                                                                          \
-    virtual bool fillMessage(IMsgContainer &container, const char *fileName) = 0;                  \
+#define VELL_FILE_MESSAGE_INTERFACE(Kind)                                                                    \
+  class I##Kind##Message : public IVellObject {                                                              \
+  public:                                                                                                    \
+    virtual bool fillMessage(IMsgContainer &container, const char *fileName) = 0;                            \
   };
 
 VELL_FILE_MESSAGE_INTERFACE(BinChecksumMismatch)
@@ -113,9 +113,9 @@ VELL_FILE_MESSAGE_INTERFACE(FileIsNotRegular)
 
 #undef VELL_FILE_MESSAGE_INTERFACE
 
-#define VELL_MESSAGE_SLOTS(Kind)                                                                   \
-  virtual void set##Kind##Message(ObjectPtr<I##Kind##Message> message) = 0;                        \
-  virtual ObjectPtr<I##Kind##Message> get##Kind##Message() = 0;                                    \
+#define VELL_MESSAGE_SLOTS(Kind)                                                                             \
+  virtual void set##Kind##Message(ObjectPtr<I##Kind##Message> message) = 0;                                  \
+  virtual ObjectPtr<I##Kind##Message> get##Kind##Message() = 0;                                              \
   virtual ILock *get##Kind##MessageLock() { return nullptr; }
 
 // Process-wide registry of one replaceable message object per failure kind.
@@ -206,7 +206,8 @@ public:
   virtual ~SourceFileTimeAndSizeMatchValidator() = default;
 
   int validate(const char *fileName, IErrorInfoContainer &errorInfo) override;
-  virtual bool fillTimeMismatchErrorMessage(IModificationTimeMismatchMessage &message, IMsgContainer &container);
+  virtual bool fillTimeMismatchErrorMessage(IModificationTimeMismatchMessage &message,
+                                            IMsgContainer &container);
   virtual bool fillSizeMismatchErrorMessage(ISizeMismatchMessage &message, IMsgContainer &container);
 
   ExceptionDirsHelper &exceptionDirs() { return m_exceptionDirs; }

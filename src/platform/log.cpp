@@ -2,8 +2,8 @@
 #include "platform/log.h"
 
 #include <log4cplus/appender.h>
-#include <log4cplus/consoleappender.h>
 #include <log4cplus/configurator.h>
+#include <log4cplus/consoleappender.h>
 #include <log4cplus/layout.h>
 
 #include <fstream>

@@ -43,13 +43,13 @@ inline const char *orNull(const char *text) { return text ? text : "NULL"; }
 } // namespace platform
 } // namespace VELL_2_13
 
-#define VELL_LOG_AT(level, expr)                                                                   \
-  do {                                                                                             \
-    if (::VELL_2_13::platform::logEnabled(level)) {                                                \
-      std::ostringstream vellLogStream_;                                                           \
-      vellLogStream_ << expr;                                                                      \
-      ::VELL_2_13::platform::logLine(level, vellLogStream_.str());                                 \
-    }                                                                                              \
+#define VELL_LOG_AT(level, expr)                                                                             \
+  do {                                                                                                       \
+    if (::VELL_2_13::platform::logEnabled(level)) {                                                          \
+      std::ostringstream vellLogStream_;                                                                     \
+      vellLogStream_ << expr;                                                                                \
+      ::VELL_2_13::platform::logLine(level, vellLogStream_.str());                                           \
+    }                                                                                                        \
   } while (0)
 
 #define VELL_LOG_TRACE(expr) VELL_LOG_AT(log4cplus::TRACE_LOG_LEVEL, expr)
@@ -58,14 +58,14 @@ inline const char *orNull(const char *text) { return text ? text : "NULL"; }
 #define VELL_LOG_ERROR(expr) VELL_LOG_AT(log4cplus::ERROR_LOG_LEVEL, expr)
 
 // An error line that names the source unit and line: "<text>, at file: <unit>:<line>".
-#define VELL_LOG_ERROR_AT(unit, expr)                                                              \
-  do {                                                                                             \
-    if (::VELL_2_13::platform::logEnabled(log4cplus::ERROR_LOG_LEVEL)) {                           \
-      std::ostringstream vellLogStream_;                                                           \
-      vellLogStream_ << expr;                                                                      \
-      ::VELL_2_13::platform::logLine(log4cplus::ERROR_LOG_LEVEL,                                   \
-                                     ::VELL_2_13::platform::atFile(vellLogStream_.str(), unit, __LINE__)); \
-    }                                                                                              \
+#define VELL_LOG_ERROR_AT(unit, expr)                                                                        \
+  do {                                                                                                       \
+    if (::VELL_2_13::platform::logEnabled(log4cplus::ERROR_LOG_LEVEL)) {                                     \
+      std::ostringstream vellLogStream_;                                                                     \
+      vellLogStream_ << expr;                                                                                \
+      ::VELL_2_13::platform::logLine(log4cplus::ERROR_LOG_LEVEL,                                             \
+                                     ::VELL_2_13::platform::atFile(vellLogStream_.str(), unit, __LINE__));   \
+    }                                                                                                        \
   } while (0)
 
 // Traces entry and exit of the enclosing function with its full signature.

@@ -71,7 +71,8 @@ template <class Visit> void forEachTemporary(const std::string &path, Visit visi
   if (!listing)
     return;
   while (const dirent *entry = ::readdir(listing)) {
-    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0 && !visit(directory + "/" + entry->d_name))
+    if (std::strncmp(entry->d_name, prefix.c_str(), prefix.size()) == 0 &&
+        !visit(directory + "/" + entry->d_name))
       break;
   }
   ::closedir(listing);

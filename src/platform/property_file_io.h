@@ -17,14 +17,13 @@ FileReadStatus readWholeFile(const std::string &path, std::string &content, std:
 // and the link stays a link. Any other path is returned as it is.
 std::string followLinks(const std::string &path);
 
-// Replaces path (the target of path when it is a symbolic link) with content: writes "<path>.tmp-<pid>-<n>" in the same
-// directory, syncs it, renames it over path and syncs the directory. An
-// existing file keeps its permission bits. On failure path is untouched and
-// error is set.
+// Replaces path (the target of path when it is a symbolic link) with content: writes "<path>.tmp-<pid>-<n>"
+// in the same directory, syncs it, renames it over path and syncs the directory. An existing file keeps its
+// permission bits. On failure path is untouched and error is set.
 bool writeFileAtomically(const std::string &path, const std::string &content, std::string &error);
 
-// Renames path (the target of path when it is a symbolic link) to "<path>.corrupt-<UTC time>" (with "-<n>" added when that
-// name is taken) and returns the new name in aside.
+// Renames path (the target of path when it is a symbolic link) to "<path>.corrupt-<UTC time>" (with "-<n>"
+// added when that name is taken) and returns the new name in aside.
 bool moveFileAside(const std::string &path, std::string &aside, std::string &error);
 
 // Whether temporary files of writeFileAtomically for path exist.

@@ -100,8 +100,7 @@ bool attempt(const decompress::MappedFile &input, size_t offset, kernel_compress
     attempts.fatal = true;
     return false;
   }
-  const DecodeResult decoded =
-      decompress::decode(format, input.data() + offset, input.size() - offset, sink);
+  const DecodeResult decoded = decompress::decode(format, input.data() + offset, input.size() - offset, sink);
   if (decoded == DecodeResult::complete && sink.written() >= sizeof kElfMagic)
     return true;
   attempts.note(decoded, sink);
@@ -258,14 +257,14 @@ bool extractKernelImage(const char *compressedPath, const char *outputPath, unsi
   if (!attempts.fatal && scanOtherStreams(input, sink, attempts, offset, format)) {
     if (!finish(file, sink, result, format, offset))
       return false;
-    VELL_LOG_INFO(outputPath << " was extracted from " << compressedPath << " (" << kernelCompressionName(format)
-                             << " at offset " << offset << ")");
+    VELL_LOG_INFO(outputPath << " was extracted from " << compressedPath << " ("
+                             << kernelCompressionName(format) << " at offset " << offset << ")");
     return true;
   }
   file.discard();
   report(result, kcNone, 0, 0, attempts.worst);
-  VELL_LOG_ERROR_AT(kUnit, "No kernel image extracted from " << compressedPath << ": "
-                                                             << describe(attempts.worst));
+  VELL_LOG_ERROR_AT(kUnit,
+                    "No kernel image extracted from " << compressedPath << ": " << describe(attempts.worst));
   return false;
 }
 

@@ -46,8 +46,8 @@ DecodeResult decodeLz4Legacy(const unsigned char *data, size_t size, OutputSink 
       return DecodeResult::corrupt;
     pos += compressed;
     any = true;
-    if (produced > 0 && !sink.write(reinterpret_cast<const unsigned char *>(block.data()),
-                                    static_cast<size_t>(produced)))
+    if (produced > 0 &&
+        !sink.write(reinterpret_cast<const unsigned char *>(block.data()), static_cast<size_t>(produced)))
       return DecodeResult::stopped;
     // Only the last block is shorter than the block size.
     if (static_cast<size_t>(produced) < kLegacyBlock)

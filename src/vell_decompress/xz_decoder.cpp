@@ -45,7 +45,8 @@ DecodeResult run(lzma_stream &stream, const unsigned char *data, size_t size, Ou
     if (code == LZMA_BUF_ERROR)
       return DecodeResult::truncated;
     if (code != LZMA_OK)
-      return code == LZMA_DATA_ERROR && stream.avail_in == 0 ? DecodeResult::truncated : DecodeResult::corrupt;
+      return code == LZMA_DATA_ERROR && stream.avail_in == 0 ? DecodeResult::truncated
+                                                             : DecodeResult::corrupt;
   }
 }
 

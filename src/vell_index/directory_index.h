@@ -28,8 +28,8 @@ public:
   // Offers root/.../fileName for every directory of the recursive walk from
   // root that holds fileName, in the walk's order, with step; true as soon
   // as the container accepts one. The result is the walk's.
-  bool findRecursively(const std::string &root, const std::string &fileName, ISearchResultsContainer &container,
-                       unsigned int step);
+  bool findRecursively(const std::string &root, const std::string &fileName,
+                       ISearchResultsContainer &container, unsigned int step);
 
 private:
   struct Tree {

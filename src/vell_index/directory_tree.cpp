@@ -70,7 +70,8 @@ void DirectoryTree::forget() {
 }
 
 bool DirectoryTree::sameStructure(const std::deque<Listing> &fresh, const TreeLister &lister) const {
-  if (fresh.size() != m_listings.size() || lister.previous(fresh.front().identity) != &m_listings[m_rootListing])
+  if (fresh.size() != m_listings.size() ||
+      lister.previous(fresh.front().identity) != &m_listings[m_rootListing])
     return false;
   for (const Listing &now : fresh) {
     const Listing *before = lister.previous(now.identity);
@@ -150,7 +151,8 @@ void DirectoryTree::buildBuckets() {
     m_bucketStarts[bucket] += m_bucketStarts[bucket - 1];
 }
 
-void DirectoryTree::directoriesHolding(const std::string &name, std::vector<const std::string *> &paths) const {
+void DirectoryTree::directoriesHolding(const std::string &name,
+                                       std::vector<const std::string *> &paths) const {
   paths.clear();
   const uint64_t hash = nameHash(name);
   auto posting = m_postings.end();

@@ -24,7 +24,9 @@ struct DirIdentity {
   int64_t modifiedNs = 0;
   int64_t changedNs = 0;
 
-  bool sameDirectory(const DirIdentity &other) const { return device == other.device && inode == other.inode; }
+  bool sameDirectory(const DirIdentity &other) const {
+    return device == other.device && inode == other.inode;
+  }
   bool sameContents(const DirIdentity &other) const {
     return sameDirectory(other) && modifiedNs == other.modifiedNs && changedNs == other.changedNs;
   }
@@ -46,10 +48,10 @@ uint64_t nameHash(std::string_view name);
 struct Listing {
   std::string path; // the path it was read through
   DirIdentity identity;
-  bool readable = false; // every entry was read
-  bool descend = false;  // every entry was classified: the walk goes on below
-  bool racy = false;     // modified within the time stamps' granularity of the reading
-  bool fresh = false;    // read in the latest pass, not taken over from the one before
+  bool readable = false;       // every entry was read
+  bool descend = false;        // every entry was classified: the walk goes on below
+  bool racy = false;           // modified within the time stamps' granularity of the reading
+  bool fresh = false;          // read in the latest pass, not taken over from the one before
   std::vector<uint64_t> names; // hashes of every entry's name
   // Entries that are or may be directories, in listing order, as offsets of
   // their names in candidateNames; the top bit marks a link or an unknown

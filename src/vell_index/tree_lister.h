@@ -9,10 +9,10 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <thread>
-#include <unordered_map>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdio>
 
-
 namespace VELL_2_13 {
 namespace retriever {
 
@@ -141,8 +140,8 @@ std::optional<BuildIdRequest> requestFromBuildIdPath(const std::string &name) {
   BuildIdRequest request;
   request.kind = bfkExecutable;
   const std::string debugSuffix = ".debug";
-  if (rest.size() > debugSuffix.size() && rest.compare(rest.size() - debugSuffix.size(), debugSuffix.size(),
-                                                       debugSuffix) == 0) {
+  if (rest.size() > debugSuffix.size() &&
+      rest.compare(rest.size() - debugSuffix.size(), debugSuffix.size(), debugSuffix) == 0) {
     request.kind = bfkDebugInfo;
     rest.resize(rest.size() - debugSuffix.size());
   }

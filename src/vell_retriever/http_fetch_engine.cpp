@@ -196,14 +196,16 @@ bool beginAttempt(Transfer &transfer) {
   std::string dir = options.cacheDir + "/" + transfer.request.buildId;
   std::string pattern = dir + "/.vell-download-XXXXXX";
   if (!makeDirectories(dir)) {
-    transfer.errors.push_back(retrieverMessage("CannotStore", {{"path", dir}, {"reason", std::strerror(errno)}}));
+    transfer.errors.push_back(
+        retrieverMessage("CannotStore", {{"path", dir}, {"reason", std::strerror(errno)}}));
     return false;
   }
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
   transfer.fd = ::mkostemp(name.data(), O_CLOEXEC);
   if (transfer.fd < 0) {
-    transfer.errors.push_back(retrieverMessage("CannotStore", {{"path", dir}, {"reason", std::strerror(errno)}}));
+    transfer.errors.push_back(
+        retrieverMessage("CannotStore", {{"path", dir}, {"reason", std::strerror(errno)}}));
     return false;
   }
   transfer.tempPath = name.data();
@@ -283,8 +285,9 @@ Outcome keepDownload(Transfer &transfer) {
     if (!actual || *actual != transfer.request.buildId) {
       transfer.allNotFound = false;
       transfer.errors.push_back(
-          actual ? retrieverMessage("WrongBuildId",
-                                    {{"url", transfer.url}, {"actual", *actual}, {"buildId", transfer.request.buildId}})
+          actual ? retrieverMessage(
+                       "WrongBuildId",
+                       {{"url", transfer.url}, {"actual", *actual}, {"buildId", transfer.request.buildId}})
                  : retrieverMessage("NotElf", {{"url", transfer.url}}));
       VELL_LOG_ERROR_AT(kUnit, transfer.errors.back());
       discardTemp(transfer);
@@ -321,7 +324,8 @@ Outcome judge(Transfer &transfer, CURLcode code) {
   if (code != CURLE_OK) {
     transfer.allNotFound = false;
     std::string reason = transfer.curlError[0] ? transfer.curlError : curl_easy_strerror(code);
-    transfer.errors.push_back(retrieverMessage("TransferFailed", {{"url", transfer.url}, {"reason", reason}}));
+    transfer.errors.push_back(
+        retrieverMessage("TransferFailed", {{"url", transfer.url}, {"reason", reason}}));
     discardTemp(transfer);
     // Connection failures, timeouts and broken transfers may pass: retried. A
     // refused certificate or redirect will not: the next server is asked.
@@ -333,7 +337,8 @@ Outcome judge(Transfer &transfer, CURLcode code) {
   if (status == 404)
     return Outcome::NextServer; // the server does not have it: asking again will not help
   transfer.allNotFound = false;
-  transfer.errors.push_back(retrieverMessage("ServerError", {{"url", transfer.url}, {"status", std::to_string(status)}}));
+  transfer.errors.push_back(
+      retrieverMessage("ServerError", {{"url", transfer.url}, {"status", std::to_string(status)}}));
   return status >= 500 ? Outcome::Retry : Outcome::NextServer;
 }
 
@@ -416,18 +421,18 @@ bool HttpFetchEngine::answerLocally(Job &job) {
     job.staleMissingMarker = age >= 0;
     if (age >= 0 && age < m_options.negativeCacheSeconds) {
       result.notFound = true;
-      result.error = retrieverMessage(
-          "NotOnServersRemembered",
-          {{"kind", kindText(job.request)},
-           {"buildId", job.request.buildId},
-           {"seconds", std::to_string(m_options.negativeCacheSeconds - age)}});
+      result.error = retrieverMessage("NotOnServersRemembered",
+                                      {{"kind", kindText(job.request)},
+                                       {"buildId", job.request.buildId},
+                                       {"seconds", std::to_string(m_options.negativeCacheSeconds - age)}});
       return true;
     }
   }
   return false;
 }
 
-std::vector<BuildIdResult> HttpFetchEngine::run(const std::vector<BuildIdRequest> &requests, unsigned inFlight,
+std::vector<BuildIdResult> HttpFetchEngine::run(const std::vector<BuildIdRequest> &requests,
+                                                unsigned inFlight,
                                                 ISymSrvDownloadProgressCallback *progress) {
   std::vector<BuildIdResult> results(requests.size());
   // One job per distinct file; several requests may share it.
@@ -527,8 +532,8 @@ void HttpFetchEngine::transfer(std::vector<Job *> &jobs, unsigned inFlight,
     }
     if (transfer.allNotFound) {
       result.notFound = true;
-      result.error = retrieverMessage("NotOnServers",
-                                      {{"kind", kindText(transfer.request)}, {"buildId", transfer.request.buildId}});
+      result.error = retrieverMessage(
+          "NotOnServers", {{"kind", kindText(transfer.request)}, {"buildId", transfer.request.buildId}});
       if (m_options.negativeCacheSeconds > 0)
         rememberMissing(missingMarker(m_options.cacheDir, transfer.request));
     } else {

@@ -120,7 +120,7 @@ ObjectPtr<IValidFile> FileSearch::internalFindBinFile(const char *binName,
   }
   BinFileSearchStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator);
   strategy.setDirectoryIndex(m_index);
-    strategy.setReadAheadThreads(m_readAheadThreads);
+  strategy.setReadAheadThreads(m_readAheadThreads);
   return findFile(strategy, validator, suggestedPath, searchStepsMask);
 }
 
@@ -140,7 +140,7 @@ ObjectPtr<IValidFile> FileSearch::findSymFile(const char *symName, const char *b
   SymFileSearchStrategy strategy(m_pSearchEnv.get(), name, m_tempDir, &validator, progressCallback, binary,
                                  textOrEmpty(checksum), textOrEmpty(symbolSearchHint));
   strategy.setDirectoryIndex(m_index);
-    strategy.setReadAheadThreads(m_readAheadThreads);
+  strategy.setReadAheadThreads(m_readAheadThreads);
   VELL_LOG_INFO("Searching sym file:" << name << ", binary file:" << binary
                                       << ", checksum:" << textOrEmpty(checksum));
   // The retriever reaches the search's progress callback through the thread.
@@ -160,7 +160,7 @@ ObjectPtr<IValidFile> FileSearch::findSrcFile(const char *srcName, const char *b
   const std::string binary = utils::getCanonicalName(binName, false);
   SrcFileSearchStrategy strategy(m_pSearchEnv.get(), name, &validator, binary, textOrEmpty(checksum));
   strategy.setDirectoryIndex(m_index);
-    strategy.setReadAheadThreads(m_readAheadThreads);
+  strategy.setReadAheadThreads(m_readAheadThreads);
   VELL_LOG_INFO("Searching src file:" << name << ", binary file:" << binary
                                       << ", checksum:" << textOrEmpty(checksum));
   return findFile(strategy, validator, suggestedPath, 0);

@@ -22,7 +22,8 @@ const char *const kCompressedSuffixes[] = {".xz", ".zst", ".gz"};
 const char kModuleSuffix[] = ".ko";
 
 bool endsWith(const std::string &text, const std::string &suffix) {
-  return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+  return text.size() >= suffix.size() &&
+         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
 std::string withUnderscores(std::string name) {

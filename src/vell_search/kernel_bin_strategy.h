@@ -24,7 +24,8 @@ private:
   // Offers path when it exists.
   bool offer(const std::string &path, unsigned int step, ISearchResultsContainer &container);
   // Offers path and its compressed forms (when enabled) that exist.
-  bool offerWithCompressedForms(const std::string &path, unsigned int step, ISearchResultsContainer &container);
+  bool offerWithCompressedForms(const std::string &path, unsigned int step,
+                                ISearchResultsContainer &container);
   bool findKernelImages(const std::string &root, ISearchResultsContainer &container);
 
   const KernelSearchOptions &m_options;
@@ -41,7 +42,7 @@ bool isModuleFileOf(const std::string &entry, const std::string &module, bool co
 
 // Walks dir and its subdirectories (each directory once, entries in name
 // order) and offers every file of module; true at the first accepted one.
-bool findModuleFiles(const std::string &dir, const std::string &module, bool compressed,
-                     unsigned int step, ISearchResultsContainer &container);
+bool findModuleFiles(const std::string &dir, const std::string &module, bool compressed, unsigned int step,
+                     ISearchResultsContainer &container);
 
 } // namespace VELL_2_13

@@ -56,14 +56,15 @@ bool fetchRemoteFile(const IFileSearchStrategy &strategy, const std::string &ret
   // is neither moved into the cache nor removed.
   if (!utils::isPathInsideDirectory(fetched.string(), retrievalDir)) {
     VELL_LOG_ERROR_AT("src/vell_search", "Fetched file " << fetched.string()
-                                                          << " lies outside the retrieval directory "
-                                                          << retrievalDir << ", not used");
+                                                         << " lies outside the retrieval directory "
+                                                         << retrievalDir << ", not used");
     return false;
   }
   if (!utils::isOwnFileInsideDirectory(fetched.string(), retrievalDir)) {
-    VELL_LOG_ERROR_AT("src/vell_search", "Fetched file " << fetched.string()
-                                                          << " is not a regular file inside the retrieval directory "
-                                                          << retrievalDir << ", not used");
+    VELL_LOG_ERROR_AT("src/vell_search", "Fetched file "
+                                             << fetched.string()
+                                             << " is not a regular file inside the retrieval directory "
+                                             << retrievalDir << ", not used");
     return false;
   }
   int status = -1;

@@ -38,7 +38,8 @@ std::string cacheDirectoryFor(const std::string &path, const char *area) {
 
 // Makes target from path with produce unless it is there already; a failed
 // attempt leaves no empty checksum directory behind.
-template <class Produce> std::string cached(const std::string &dir, const std::string &target, Produce produce) {
+template <class Produce>
+std::string cached(const std::string &dir, const std::string &target, Produce produce) {
   if (utils::fileExists(target.c_str()))
     return target;
   boost::system::error_code ignored;

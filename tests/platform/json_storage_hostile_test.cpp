@@ -1,4 +1,5 @@
-// The JSON property storage against hostile files: deep nesting, symbolic links, temporaries of killed writers.
+// The JSON property storage against hostile files: deep nesting, symbolic links, temporaries of killed
+// writers.
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -7,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/property_json_codec.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
-#include "platform/property_json_codec.h"
 #include "vell/platform.h"
 
 namespace {
@@ -132,7 +133,8 @@ TEST(JsonStorageHostileTest, TemporaryOfAWriterHoldingTheLockIsLeftAlone) {
     finish.get_future().wait();
   });
   locked.get_future().wait();
-  auto reading = std::async(std::launch::async, [&] { return createJsonFilePropertyStorage(path)->read("a"); });
+  auto reading =
+      std::async(std::launch::async, [&] { return createJsonFilePropertyStorage(path)->read("a"); });
   EXPECT_EQ(reading.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
   EXPECT_TRUE(fs::exists(temporary));
   finish.set_value();

@@ -40,5 +40,6 @@ TEST(LibraryLocationTest, DirectoryIsFoundWhereALinkedLibraryReallyLies) {
   root.write("usr/lib/libvell.so.2", "elf");
   const std::string catalogs = root.mkdir("usr/share/vell/catalogs");
   std::filesystem::create_directory_symlink("usr/lib", root.sub("lib"));
-  EXPECT_EQ(catalogs, platform::existingDirectoryBeside(root.sub("lib/libvell.so.2"), "../share/vell/catalogs"));
+  EXPECT_EQ(catalogs,
+            platform::existingDirectoryBeside(root.sub("lib/libvell.so.2"), "../share/vell/catalogs"));
 }

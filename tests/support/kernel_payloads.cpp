@@ -25,9 +25,12 @@ using namespace VELL_2_13;
 namespace {
 
 const KernelFormat kFormats[] = {
-    {kcGzip, "gzip", "gzip -1 -n -c"},   {kcXz, "xz", "xz -1 --check=crc32 -c"},
-    {kcLzma, "lzma", "xz --format=lzma -1 -c"}, {kcBzip2, "bzip2", "bzip2 -1 -c"},
-    {kcLz4, "lz4", "lz4 -l -q -c"},      {kcZstd, "zstd", "zstd -1 -q -c"},
+    {kcGzip, "gzip", "gzip -1 -n -c"},
+    {kcXz, "xz", "xz -1 --check=crc32 -c"},
+    {kcLzma, "lzma", "xz --format=lzma -1 -c"},
+    {kcBzip2, "bzip2", "bzip2 -1 -c"},
+    {kcLz4, "lz4", "lz4 -l -q -c"},
+    {kcZstd, "zstd", "zstd -1 -q -c"},
     {kcLzo, "lzo", "lzop -1 -c"},
 };
 

@@ -26,7 +26,8 @@ public:
 protected:
   void append(const log4cplus::spi::InternalLoggingEvent &event) override {
     std::lock_guard<std::mutex> guard(m_mutex);
-    m_lines.push_back({static_cast<int>(event.getLogLevel()), LOG4CPLUS_TSTRING_TO_STRING(event.getMessage())});
+    m_lines.push_back(
+        {static_cast<int>(event.getLogLevel()), LOG4CPLUS_TSTRING_TO_STRING(event.getMessage())});
   }
 
 private:

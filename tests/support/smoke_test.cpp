@@ -11,7 +11,8 @@ namespace {
 
 TEST(TestSupport, CapturesExactLinesOfTheVellLogger) {
   vell_test::LogCapture capture;
-  VELL_LOG_INFO("Searching bin file:" << "libx.so");
+  VELL_LOG_INFO("Searching bin file:"
+                << "libx.so");
   VELL_LOG_ERROR_AT("src/vell_utils", "Cannot create temp directory");
   ASSERT_EQ(capture.texts().size(), 2u);
   EXPECT_EQ(capture.texts()[0], "Searching bin file:libx.so");

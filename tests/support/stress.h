@@ -8,7 +8,8 @@ namespace vell_test {
 
 // The time budget of one stress test. The default keeps the normal and the
 // sanitizer builds of CI quick; VELL_STRESS_SECONDS=600 runs a long version.
-inline std::chrono::milliseconds stressBudget(std::chrono::milliseconds fallback = std::chrono::milliseconds(1500)) {
+inline std::chrono::milliseconds
+stressBudget(std::chrono::milliseconds fallback = std::chrono::milliseconds(1500)) {
   const char *text = std::getenv("VELL_STRESS_SECONDS");
   if (!text || !*text)
     return fallback;

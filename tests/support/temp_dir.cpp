@@ -79,8 +79,9 @@ void openForOthers(const std::string &path) {
   const fs::path tempRoot = fs::temp_directory_path();
   while (!current.empty() && current != tempRoot && current != current.root_path()) {
     if (fs::is_directory(current, ec))
-      fs::permissions(current, fs::perms::others_read | fs::perms::others_exec | fs::perms::group_read |
-                                   fs::perms::group_exec,
+      fs::permissions(current,
+                      fs::perms::others_read | fs::perms::others_exec | fs::perms::group_read |
+                          fs::perms::group_exec,
                       fs::perm_options::add, ec);
     current = current.parent_path();
   }

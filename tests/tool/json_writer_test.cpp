@@ -28,7 +28,10 @@ TEST(JsonWriterTest, Utf8ChecksFollowTheStandard) {
 }
 
 TEST(JsonWriterTest, InvalidBytesAreReplacedOneByOne) {
-  EXPECT_EQ("a\xEF\xBF\xBD" "b", replaceInvalidUtf8("a\xFF" "b"));
+  EXPECT_EQ("a\xEF\xBF\xBD"
+            "b",
+            replaceInvalidUtf8("a\xFF"
+                               "b"));
   EXPECT_EQ("\xEF\xBF\xBD\xEF\xBF\xBD", replaceInvalidUtf8("\xC0\xAF"));
   EXPECT_EQ("caf\xC3\xA9", replaceInvalidUtf8("caf\xC3\xA9"));
 }

@@ -51,7 +51,8 @@ protected:
     s_programs = new std::vector<vell_test::BuiltProgram>;
     for (int i = 0; i < 4; ++i) {
       const std::string name = "prog" + std::to_string(i);
-      s_programs->push_back(vell_test::buildProgram(s_dir->sub(name), name, "program number " + std::to_string(i)));
+      s_programs->push_back(
+          vell_test::buildProgram(s_dir->sub(name), name, "program number " + std::to_string(i)));
     }
   }
 
@@ -94,7 +95,8 @@ TEST_F(ToolBatchServerTest, DifferentFilesAreFetchedInParallelAndAnsweredInOrder
   server.holdUntilConcurrent(4, std::chrono::seconds(20));
   std::string input;
   for (size_t i = 0; i < 4; ++i)
-    input += binRequest("r" + std::to_string(i), "/opt/recorded/prog" + std::to_string(i), program(i).buildId);
+    input +=
+        binRequest("r" + std::to_string(i), "/opt/recorded/prog" + std::to_string(i), program(i).buildId);
   m_tool.setInput(input);
 
   ToolResult result = m_tool.run({"find", "--batch", "--jobs", "4", "--server", server.url()});
@@ -105,7 +107,8 @@ TEST_F(ToolBatchServerTest, DifferentFilesAreFetchedInParallelAndAnsweredInOrder
     ASSERT_TRUE(out[i].is_object()) << result.out;
     EXPECT_EQ("r" + std::to_string(i), out[i]["id"]);
     ASSERT_TRUE(out[i]["found"].get<bool>()) << out[i].dump(2);
-    EXPECT_EQ(vell_test::readWhole(program(i).binary), vell_test::readWhole(out[i]["path"].get<std::string>()));
+    EXPECT_EQ(vell_test::readWhole(program(i).binary),
+              vell_test::readWhole(out[i]["path"].get<std::string>()));
     EXPECT_EQ("server", out[i]["retrieved"]["origin"]) << out[i].dump(2);
     EXPECT_EQ(1, server.requests(executablePath(program(i))));
   }
@@ -130,7 +133,8 @@ TEST_F(ToolBatchServerTest, ManyRequestsAtOnceEachGetTheirOwnFile) {
   for (size_t i = 0; i < out.size(); ++i) {
     EXPECT_EQ(std::to_string(i), out[i]["id"]);
     ASSERT_TRUE(out[i]["found"].get<bool>()) << out[i].dump(2);
-    EXPECT_EQ(vell_test::readWhole(program(i % 4).binary), vell_test::readWhole(out[i]["path"].get<std::string>()));
+    EXPECT_EQ(vell_test::readWhole(program(i % 4).binary),
+              vell_test::readWhole(out[i]["path"].get<std::string>()));
     EXPECT_EQ(program(i % 4).buildId, out[i]["retrieved"]["buildId"]) << out[i].dump(2);
   }
   for (size_t p = 0; p < 4; ++p)
@@ -289,7 +293,8 @@ public:
         m_buffer.erase(0, end + 1);
         return true;
       }
-      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0)
         return false;
       pollfd entry{m_out, POLLIN, 0};

@@ -53,18 +53,19 @@ TEST(ToolBatchTest, GoodAndBadLinesAreAnsweredInOrder) {
   VELL_REQUIRE_TOOL();
   BatchTree tree;
   ToolRunner tool;
-  tool.setInput("{\"category\": \"bin\", \"name\": \"liby.so\", \"id\": 1}\n"
-                "not json\n"
-                "{\"category\": \"bin\", \"name\": \"missing.so\", \"id\": \"two\"}\n"
-                "{\"category\": \"bin\", \"name\": \"libx.so\", \"colour\": \"ab\", \"id\": 3}\n"
-                "\n"
-                "{\"category\": \"sym\", \"name\": \"liby.so.debug\", \"all\": true}\n"
-                "{\"category\": \"bin\"}\n"
-                "[1, 2]\n"
-                "{\"category\": \"nonsense\", \"name\": \"libx.so\", \"id\": [7]}\n"
-                "{\"category\": \"bin\", \"name\": 5}\n"
-                "{\"category\": \"src\", \"name\": \"x.c\", \"mtime\": \"soon\"}\n"
-                "{\"category\": \"bin\", \"name\": \"/nonexistent-dir/libz.so\", \"explain\": true, \"id\": null}\n");
+  tool.setInput(
+      "{\"category\": \"bin\", \"name\": \"liby.so\", \"id\": 1}\n"
+      "not json\n"
+      "{\"category\": \"bin\", \"name\": \"missing.so\", \"id\": \"two\"}\n"
+      "{\"category\": \"bin\", \"name\": \"libx.so\", \"colour\": \"ab\", \"id\": 3}\n"
+      "\n"
+      "{\"category\": \"sym\", \"name\": \"liby.so.debug\", \"all\": true}\n"
+      "{\"category\": \"bin\"}\n"
+      "[1, 2]\n"
+      "{\"category\": \"nonsense\", \"name\": \"libx.so\", \"id\": [7]}\n"
+      "{\"category\": \"bin\", \"name\": 5}\n"
+      "{\"category\": \"src\", \"name\": \"x.c\", \"mtime\": \"soon\"}\n"
+      "{\"category\": \"bin\", \"name\": \"/nonexistent-dir/libz.so\", \"explain\": true, \"id\": null}\n");
   const ToolResult result = tool.run({"find", "--batch", "--dir", tree.spec});
   EXPECT_EQ(2, result.status) << result.err;
   EXPECT_EQ("", result.err);
@@ -125,7 +126,8 @@ TEST(ToolBatchTest, EveryRequestFoundExitsWithZero) {
   VELL_REQUIRE_TOOL();
   BatchTree tree;
   ToolRunner tool;
-  tool.setInput("{\"category\": \"bin\", \"name\": \"libx.so\"}\n{\"category\": \"bin\", \"name\": \"libz.so\"}\n");
+  tool.setInput(
+      "{\"category\": \"bin\", \"name\": \"libx.so\"}\n{\"category\": \"bin\", \"name\": \"libz.so\"}\n");
   const ToolResult result = tool.run({"--json", "find", "--batch", "--dir", tree.spec});
   EXPECT_EQ(0, result.status) << result.err;
   const std::vector<json> got = answers(result);

@@ -76,8 +76,9 @@ TEST(ToolBuildIdTest, RealLibcFindsItsBuildIdDebugFile) {
   ToolRunner tool;
   ToolResult result = tool.run({"find", "sym", "libc.so.6", "--binary", libc.binary});
   EXPECT_EQ(0, result.status) << result.err;
-  EXPECT_EQ((std::vector<std::string>{"path: " + libc.debugFile, "confidence: 0 (confirmed)", "step: ssAskUser"}),
-            lines(result.out));
+  EXPECT_EQ(
+      (std::vector<std::string>{"path: " + libc.debugFile, "confidence: 0 (confirmed)", "step: ssAskUser"}),
+      lines(result.out));
   EXPECT_EQ(libc.buildId, buildIdOf(libc.debugFile));
 }
 

@@ -30,8 +30,9 @@ public:
   explicit PrivateTlsServer(const std::string &dir) : m_dir(dir) {
     const std::string q = shellQuoted(dir);
     const std::string key = " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes ";
-    shell("cd " + q + " && openssl req -x509" + key + "-keyout ca.key -out ca.pem -days 2 -subj '/CN=vell test CA'" +
-          " && openssl req" + key + "-keyout server.key -out server.csr -subj /CN=127.0.0.1" +
+    shell("cd " + q + " && openssl req -x509" + key +
+          "-keyout ca.key -out ca.pem -days 2 -subj '/CN=vell test CA'" + " && openssl req" + key +
+          "-keyout server.key -out server.csr -subj /CN=127.0.0.1" +
           " && printf 'subjectAltName=IP:127.0.0.1\\nbasicConstraints=CA:FALSE\\n' > server.ext" +
           " && openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2" +
           " -extfile server.ext -out server.pem && mkdir -p www capath && cp ca.pem capath/" +
@@ -83,7 +84,8 @@ private:
 TEST(ToolCaBundleTest, PrivateAuthorityIsTrustedOnlyWhenGiven) {
   VELL_REQUIRE_TOOL();
   vell_test::TempDir dir;
-  vell_test::BuiltProgram program = vell_test::buildProgram(dir.sub("tree"), "secured", "behind a private CA");
+  vell_test::BuiltProgram program =
+      vell_test::buildProgram(dir.sub("tree"), "secured", "behind a private CA");
   PrivateTlsServer server(dir.mkdir("tls"));
   ASSERT_TRUE(server.listening()) << vell_test::readWhole(dir.sub("tls/server.out"));
   server.serve("/buildid/" + program.buildId + "/executable", vell_test::readWhole(program.binary));
@@ -97,8 +99,9 @@ TEST(ToolCaBundleTest, PrivateAuthorityIsTrustedOnlyWhenGiven) {
     tool.setEnv("CURL_CA_BUNDLE", "");
     tool.setEnv("SSL_CERT_FILE", "");
     tool.setEnv("SSL_CERT_DIR", "");
-    std::vector<std::string> args{"--json", "find", "bin", "/opt/secured/secured", "--build-id", program.buildId,
-                                  "--server", server.url(), "--server-timeout", "5"};
+    std::vector<std::string> args{
+        "--json",        "find",     "bin",        "/opt/secured/secured", "--build-id",
+        program.buildId, "--server", server.url(), "--server-timeout",     "5"};
     args.insert(args.end(), extra.begin(), extra.end());
     return tool.run(args);
   };
@@ -130,10 +133,12 @@ TEST(ToolCaBundleTest, MissingBundleOrDirectoryIsBadInput) {
   VELL_REQUIRE_TOOL();
   ToolRunner tool;
   tool.setEnv("DEBUGINFOD_URLS", "");
-  EXPECT_EQ(2, tool.run({"find", "bin", "/x", "--server", "https://127.0.0.1:1", "--ca-bundle", "/nonexistent/ca.pem"})
+  EXPECT_EQ(2, tool.run({"find", "bin", "/x", "--server", "https://127.0.0.1:1", "--ca-bundle",
+                         "/nonexistent/ca.pem"})
                    .status);
-  EXPECT_EQ(2, tool.run({"find", "bin", "/x", "--server", "https://127.0.0.1:1", "--ca-path", "/nonexistent/certs"})
-                   .status);
+  EXPECT_EQ(
+      2, tool.run({"find", "bin", "/x", "--server", "https://127.0.0.1:1", "--ca-path", "/nonexistent/certs"})
+             .status);
 }
 
 } // namespace

@@ -123,7 +123,8 @@ TEST(ToolDirsTest, FindUsesTheUsersDirectories) {
   ASSERT_EQ(0, tool.run({"dirs", "add", "sym:r=" + dir.sub("mine")}).status);
   ToolResult found = tool.run({"find", "sym", "libu.so.debug"});
   EXPECT_EQ(0, found.status) << found.err;
-  EXPECT_EQ((std::vector<std::string>{"path: " + symbols, "confidence: 1 (probable)", "step: ssLowPrioritySearchDirs"}),
+  EXPECT_EQ((std::vector<std::string>{"path: " + symbols, "confidence: 1 (probable)",
+                                      "step: ssLowPrioritySearchDirs"}),
             lines(found.out));
 }
 

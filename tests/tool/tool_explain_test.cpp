@@ -111,11 +111,12 @@ TEST_P(ToolExplainTest, RejectionsSeenBeforeAFileWasFound) {
   ToolResult result =
       run({"find", "sym", "libx.so.debug", "--binary", binary, "--checksum", md5Of(dotDebug), "--explain"});
   EXPECT_EQ(0, result.status) << result.err;
-  EXPECT_EQ((std::vector<std::string>{"path: " + dotDebug, "confidence: 0 (confirmed)", "step: ssAroundBinaryLookup",
-                                      "rejected candidates seen by the requested checks: 1",
-                                      "  " + beside + " (step ssAroundBinaryLookup, severity 0): " +
-                                          symMismatch(GetParam(), beside)}),
-            lines(result.out));
+  EXPECT_EQ(
+      (std::vector<std::string>{
+          "path: " + dotDebug, "confidence: 0 (confirmed)", "step: ssAroundBinaryLookup",
+          "rejected candidates seen by the requested checks: 1",
+          "  " + beside + " (step ssAroundBinaryLookup, severity 0): " + symMismatch(GetParam(), beside)}),
+      lines(result.out));
 
   ToolResult asJson = run({"--json", "find", "sym", "libx.so.debug", "--binary", binary, "--checksum",
                            md5Of(dotDebug), "--explain"});
@@ -183,14 +184,16 @@ TEST(ToolExplainDefaultsTest, CombinedChecksRejectWhenAnyRejects) {
                                   "--not-newer-than-binary", "--time-check-exception", dir.sub("src"),
                                   "--dir", "src=" + dir.sub("src")});
   EXPECT_EQ(0, accepted.status) << accepted.err;
-  EXPECT_EQ((std::vector<std::string>{"path: " + source, "confidence: 0 (confirmed)", "step: ssLowPrioritySearchDirs"}),
+  EXPECT_EQ((std::vector<std::string>{"path: " + source, "confidence: 0 (confirmed)",
+                                      "step: ssLowPrioritySearchDirs"}),
             lines(accepted.out));
   // Not newer than its binary and no other check: left to the confidence policy.
   setMtime(source, -200);
   ToolResult policy = tool.run({"find", "src", "app.c", "--binary", binary, "--not-newer-than-binary",
                                 "--dir", "src=" + dir.sub("src")});
   EXPECT_EQ(0, policy.status) << policy.err;
-  EXPECT_EQ((std::vector<std::string>{"path: " + source, "confidence: 1 (probable)", "step: ssLowPrioritySearchDirs"}),
+  EXPECT_EQ((std::vector<std::string>{"path: " + source, "confidence: 1 (probable)",
+                                      "step: ssLowPrioritySearchDirs"}),
             lines(policy.out));
 }
 
@@ -206,7 +209,8 @@ TEST(ToolExplainDefaultsTest, TimeAndSizeOfASourceFile) {
   ToolResult match = tool.run({"find", "src", "app.c", "--mtime", std::to_string(mtime), "--size", "5",
                                "--dir", "src=" + dir.sub("src")});
   EXPECT_EQ(0, match.status) << match.err;
-  EXPECT_EQ((std::vector<std::string>{"path: " + source, "confidence: 0 (confirmed)", "step: ssLowPrioritySearchDirs"}),
+  EXPECT_EQ((std::vector<std::string>{"path: " + source, "confidence: 0 (confirmed)",
+                                      "step: ssLowPrioritySearchDirs"}),
             lines(match.out));
   ToolResult wrongSize = tool.run({"--json", "find", "src", "app.c", "--mtime", std::to_string(mtime),
                                    "--size", "6", "--dir", "src=" + dir.sub("src"), "--explain"});

@@ -343,7 +343,8 @@ TEST(ToolFindTest, CompressedKernelImageResolvesToItsExtractedForm) {
   VELL_REQUIRE_TOOL();
   TempDir dir;
   // An ELF image: only those count as extracted kernels.
-  std::string image = "\x7f" "ELF";
+  std::string image = "\x7f"
+                      "ELF";
   for (int i = 0; i < 5000; ++i)
     image += "kernel image line " + std::to_string(i) + "\n";
   std::string compressed = dir.sub("boot/vmlinuz-6.1.0-test");
@@ -430,7 +431,8 @@ TEST_F(ToolKernelReleaseTest, LogShowsTheNamesBuiltFromTheRelease) {
 }
 
 TEST_F(ToolKernelReleaseTest, CompressedImageOfTheReleaseIsExtracted) {
-  std::string image = "\x7f" "ELF";
+  std::string image = "\x7f"
+                      "ELF";
   for (int i = 0; i < 1000; ++i)
     image += "compressed kernel line " + std::to_string(i) + "\n";
   std::string compressed = m_dir.sub("boot/vmlinuz-6.6.0-vell-gz");

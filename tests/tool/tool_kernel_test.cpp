@@ -50,7 +50,8 @@ TEST(ToolKernelTest, ExtractKernelNamesEveryFormat) {
 TEST(ToolKernelTest, KernelOfTheTargetUnderTheSystemRoot) {
   VELL_REQUIRE_TOOL();
   TempDir dir;
-  dir.write("root/boot/vmlinuz-6.1.0-vell-t", vell_test::kernelFile(vell_test::compressWith("lz4 -l -q -c", smallElf())));
+  dir.write("root/boot/vmlinuz-6.1.0-vell-t",
+            vell_test::kernelFile(vell_test::compressWith("lz4 -l -q -c", smallElf())));
   const std::string cache = dir.mkdir("cache");
   ToolRunner tool;
   ToolResult result = tool.run({"find", "bin", "vmlinux", "--kernel-release", "6.1.0-vell-t", "--sysroot",
@@ -67,11 +68,13 @@ TEST(ToolKernelTest, KernelThatCannotBeExtractedIsNoAnswer) {
   const std::string broken = dir.write("boot/vmlinuz-X", vell_test::kernelFile("", 5000));
   const std::string cache = dir.mkdir("cache");
   ToolRunner tool;
-  ToolResult result = tool.run({"find", "bin", "vmlinuz-X", "--dir", "bin=" + dir.sub("boot"), "--cache", cache});
+  ToolResult result =
+      tool.run({"find", "bin", "vmlinuz-X", "--dir", "bin=" + dir.sub("boot"), "--cache", cache});
   EXPECT_EQ(1, result.status);
   EXPECT_EQ(std::vector<std::string>{"not found: vmlinuz-X"}, lines(result.out));
-  EXPECT_EQ(std::vector<std::string>{"vell: the kernel image " + broken + " was found but cannot be extracted"},
-            lines(result.err));
+  EXPECT_EQ(
+      std::vector<std::string>{"vell: the kernel image " + broken + " was found but cannot be extracted"},
+      lines(result.err));
   EXPECT_TRUE(fs::is_empty(cache + "/vmlinux_cache"));
   // The library's default answer: the compressed file itself.
   ToolResult plain = tool.run(
@@ -86,8 +89,8 @@ TEST(ToolKernelTest, ModuleByItsKernelNameAndAWarningForAnotherRelease) {
   const std::string module = dir.write("root/lib/modules/6.1.0-vell-t/kernel/net/vport-gre.ko.xz",
                                        vell_test::compressWith("xz -c", smallElf()));
   ToolRunner tool;
-  ToolResult result =
-      tool.run({"find", "bin", "vport_gre", "--kernel-release", "6.1.0-vell-t", "--sysroot", dir.sub("root")});
+  ToolResult result = tool.run(
+      {"find", "bin", "vport_gre", "--kernel-release", "6.1.0-vell-t", "--sysroot", dir.sub("root")});
   ASSERT_EQ(0, result.status) << result.err;
   EXPECT_EQ(module, pathOf(result));
   EXPECT_EQ("", result.err);

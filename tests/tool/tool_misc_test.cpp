@@ -70,13 +70,15 @@ TEST(ToolExtractKernelTest, ExtractsTheImage) {
   VELL_REQUIRE_TOOL();
   TempDir dir;
   std::string compressed = dir.sub("vmlinuz");
-  const std::string image = "\x7f" "ELF the kernel image";
+  const std::string image = "\x7f"
+                            "ELF the kernel image";
   writeGzip(compressed, "setup code", image);
   std::string output = dir.sub("vmlinux");
   ToolRunner tool;
   ToolResult result = tool.run({"extract-kernel", compressed, output});
   EXPECT_EQ(0, result.status) << result.err;
-  EXPECT_EQ(std::vector<std::string>{"extracted: " + output + " (gzip at offset 10, 21 bytes)"}, lines(result.out));
+  EXPECT_EQ(std::vector<std::string>{"extracted: " + output + " (gzip at offset 10, 21 bytes)"},
+            lines(result.out));
   EXPECT_EQ(image, readFile(output));
   ToolResult json = tool.run({"--json", "extract-kernel", compressed, output});
   EXPECT_EQ(0, json.status) << json.err;
@@ -257,12 +259,37 @@ TEST(ToolHelpTest, FindHelpListsEveryOption) {
   EXPECT_EQ(0, find.status) << find.err;
   EXPECT_NE(std::string::npos, find.out.find("Usage: vell find [OPTIONS] category name")) << find.out;
   std::map<std::string, std::string> options = helpSection(find.out, "Options:");
-  EXPECT_EQ((std::set<std::string>{"-h", "--help", "--binary", "--checksum", "--mtime", "--size",
-                                   "--not-newer-than-binary", "--time-check-exception", "--dir", "--archive",
-                                   "--cache", "--result-dir", "--kernel-release", "--sysroot", "--plain-kernel",
-                                   "--plain-walk", "--suggest", "--steps", "--all", "--explain", "--build-id",
-                                   "--no-build-id", "--debug-dir", "--server", "--no-servers", "--server-timeout",
-                                   "--ca-bundle", "--ca-path", "--batch", "--no-index", "--jobs"}),
+  EXPECT_EQ((std::set<std::string>{"-h",
+                                   "--help",
+                                   "--binary",
+                                   "--checksum",
+                                   "--mtime",
+                                   "--size",
+                                   "--not-newer-than-binary",
+                                   "--time-check-exception",
+                                   "--dir",
+                                   "--archive",
+                                   "--cache",
+                                   "--result-dir",
+                                   "--kernel-release",
+                                   "--sysroot",
+                                   "--plain-kernel",
+                                   "--plain-walk",
+                                   "--suggest",
+                                   "--steps",
+                                   "--all",
+                                   "--explain",
+                                   "--build-id",
+                                   "--no-build-id",
+                                   "--debug-dir",
+                                   "--server",
+                                   "--no-servers",
+                                   "--server-timeout",
+                                   "--ca-bundle",
+                                   "--ca-path",
+                                   "--batch",
+                                   "--no-index",
+                                   "--jobs"}),
             namesOf(options))
       << find.out;
   expectDescribed(options, "find");

@@ -28,7 +28,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+bool contains(const std::string &text, const std::string &part) {
+  return text.find(part) != std::string::npos;
+}
 
 // A tree of count directories below root (nested in groups of ten).
 void makeTree(const TempDir &dir, const std::string &root, int count) {
@@ -117,7 +119,8 @@ TEST(ToolDirWarningTest, MissingAndUnreadableDirectoriesAreWarnedAbout) {
   dir.write("bin/tool-x", "binary");
   const std::string missing = dir.sub("missing");
   ToolRunner tool;
-  ToolResult result = tool.run({"find", "bin", "tool-x", "--dir", "bin=" + missing, "--dir", "bin=" + dir.sub("bin")});
+  ToolResult result =
+      tool.run({"find", "bin", "tool-x", "--dir", "bin=" + missing, "--dir", "bin=" + dir.sub("bin")});
   EXPECT_EQ(0, result.status) << result.err;
   EXPECT_EQ(std::vector<std::string>{"vell: warning: --dir: directory '" + missing + "' does not exist"},
             lines(result.err));
@@ -132,7 +135,8 @@ TEST(ToolDirWarningTest, MissingAndUnreadableDirectoriesAreWarnedAbout) {
   if (::geteuid() != 0) {
     ASSERT_EQ(0, ::chmod(closed.c_str(), 0));
   }
-  ToolResult asNobody = nobody.run({"find", "bin", "tool-x", "--dir", "bin=" + closed, "--dir", "bin=" + dir.sub("bin")});
+  ToolResult asNobody =
+      nobody.run({"find", "bin", "tool-x", "--dir", "bin=" + closed, "--dir", "bin=" + dir.sub("bin")});
   EXPECT_EQ(0, asNobody.status) << asNobody.err;
   EXPECT_EQ(std::vector<std::string>{"vell: warning: --dir: directory '" + closed +
                                      "' cannot be read: Permission denied"},
@@ -152,8 +156,9 @@ TEST(ToolDirWarningTest, DirsAddWarnsAndSaysWhatWasAlreadyThere) {
   ASSERT_EQ(0, second.status) << second.err;
   EXPECT_EQ((std::vector<std::string>{"already present: sym=" + there, "added: src=" + missing}),
             lines(second.out));
-  EXPECT_EQ(std::vector<std::string>{"vell: warning: directory '" + missing + "' does not exist (added anyway)"},
-            lines(second.err));
+  EXPECT_EQ(
+      std::vector<std::string>{"vell: warning: directory '" + missing + "' does not exist (added anyway)"},
+      lines(second.err));
   ToolResult asJson = tool.run({"--json", "dirs", "add", "sym=" + there});
   json out = json::parse(asJson.out);
   EXPECT_EQ(json::array(), out["added"]);
@@ -175,8 +180,8 @@ TEST(ToolExplainTest, UnreadableDirectoriesOfAWalkAreCountedAndNamed) {
   if (::geteuid() != 0) {
     ASSERT_EQ(0, ::chmod(closed.c_str(), 0));
   }
-  ToolResult text =
-      tool.run({"find", "bin", "libnowhere.so", "--dir", "bin:r=" + dir.sub("tree"), "--explain", "--steps", "-system"});
+  ToolResult text = tool.run({"find", "bin", "libnowhere.so", "--dir", "bin:r=" + dir.sub("tree"),
+                              "--explain", "--steps", "-system"});
   EXPECT_EQ(1, text.status) << text.err;
   std::vector<std::string> out = lines(text.out);
   ASSERT_GE(out.size(), 2u);
@@ -232,7 +237,8 @@ TEST(ToolVerboseTest, TwoVAddsTheLibraryTrace) {
   VELL_REQUIRE_TOOL();
   TempDir dir;
   ToolRunner tool;
-  ToolResult result = tool.run({"-vv", "find", "bin", "libnowhere.so", "--dir", "bin=" + dir.path(), "--steps", "-system"});
+  ToolResult result =
+      tool.run({"-vv", "find", "bin", "libnowhere.so", "--dir", "bin=" + dir.path(), "--steps", "-system"});
   EXPECT_EQ(1, result.status);
   EXPECT_TRUE(contains(result.err, "DO__NOT__EXIST")) << result.err;
   EXPECT_TRUE(contains(result.err, "vell: step ssLowPrioritySearchDirs: ")) << result.err;
@@ -255,8 +261,8 @@ TEST(ToolProgressTest, LongWalkShowsAProgressLineOnATerminalAndErasesIt) {
     ::setenv("HOME", dir.path().c_str(), 1);
     const std::string tool = vell_test::toolPath();
     const std::string spec = "bin:r=" + dir.sub("tree");
-    ::execl(tool.c_str(), tool.c_str(), "find", "bin", "libnowhere.so", "--dir", spec.c_str(), "--steps", "-system",
-            static_cast<char *>(nullptr));
+    ::execl(tool.c_str(), tool.c_str(), "find", "bin", "libnowhere.so", "--dir", spec.c_str(), "--steps",
+            "-system", static_cast<char *>(nullptr));
     _exit(127);
   }
   std::string terminal;
@@ -287,7 +293,8 @@ TEST(ToolProgressTest, NoProgressLineWhenStandardErrorIsNotATerminal) {
   makeTree(dir, "tree", 300);
   ToolRunner tool;
   tool.setEnv("VELL_PROGRESS_DELAY_MS", "0");
-  ToolResult result = tool.run({"find", "bin", "libnowhere.so", "--dir", "bin:r=" + dir.sub("tree"), "--steps", "-system"});
+  ToolResult result =
+      tool.run({"find", "bin", "libnowhere.so", "--dir", "bin:r=" + dir.sub("tree"), "--steps", "-system"});
   EXPECT_EQ(1, result.status);
   EXPECT_EQ("", result.err);
 }
@@ -297,9 +304,10 @@ TEST(ToolUsageTest, UnknownCommandIsNamedWithTheCommands) {
   ToolRunner tool;
   ToolResult result = tool.run({"--lang", "en", "frobnicate"});
   EXPECT_EQ(2, result.status);
-  EXPECT_EQ(std::vector<std::string>{"vell: unknown command 'frobnicate'; the commands are find, dirs, archive, "
-                                     "checksum, extract-kernel (see vell --help)"},
-            lines(result.err));
+  EXPECT_EQ(
+      std::vector<std::string>{"vell: unknown command 'frobnicate'; the commands are find, dirs, archive, "
+                               "checksum, extract-kernel (see vell --help)"},
+      lines(result.err));
 }
 
 TEST(ToolUsageTest, MtimeAndSizeRejectNegativeNumbersAlike) {
@@ -309,8 +317,10 @@ TEST(ToolUsageTest, MtimeAndSizeRejectNegativeNumbersAlike) {
   ToolResult size = tool.run({"find", "src", "a.c", "--size=-1"});
   EXPECT_EQ(2, mtime.status);
   EXPECT_EQ(2, size.status);
-  EXPECT_EQ(std::vector<std::string>{"vell: --mtime: '-5' is not a whole number of 0 or more"}, lines(mtime.err));
-  EXPECT_EQ(std::vector<std::string>{"vell: --size: '-1' is not a whole number of 0 or more"}, lines(size.err));
+  EXPECT_EQ(std::vector<std::string>{"vell: --mtime: '-5' is not a whole number of 0 or more"},
+            lines(mtime.err));
+  EXPECT_EQ(std::vector<std::string>{"vell: --size: '-1' is not a whole number of 0 or more"},
+            lines(size.err));
 }
 
 TEST(ToolUsageTest, ExtractKernelBlamesAnOutputThatCannotBeWritten) {
@@ -329,8 +339,12 @@ TEST(ToolUsageTest, LanguageComesFromTheLocale) {
   VELL_REQUIRE_TOOL();
   TempDir dir;
   const std::string wrong = dir.write("syms/x.debug", "not the one");
-  const std::vector<std::string> args{"--json", "find", "sym", "x.debug", "--checksum", std::string(32, '0'),
-                                      "--dir", "sym=" + dir.sub("syms"), "--explain", "--steps", "-system"};
+  const std::vector<std::string> args{"--json",     "find",
+                                      "sym",        "x.debug",
+                                      "--checksum", std::string(32, '0'),
+                                      "--dir",      "sym=" + dir.sub("syms"),
+                                      "--explain",  "--steps",
+                                      "-system"};
   ToolRunner english;
   ToolRunner german;
   german.setEnv("LC_ALL", "");

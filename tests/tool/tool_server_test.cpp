@@ -103,8 +103,8 @@ TEST_F(ToolServerTest, DebugFileOfALocalBinaryIsFetchedByTheBinarysBuildId) {
   EXPECT_TRUE(out["retrieved"]["used"].get<bool>()) << out.dump(2);
 
   // The plain search asks no server for it.
-  json plain = runJson({"find", "sym", "greeter.debug", "--binary", binary, "--server", s_server->url(),
-                        "--no-build-id"});
+  json plain = runJson(
+      {"find", "sym", "greeter.debug", "--binary", binary, "--server", s_server->url(), "--no-build-id"});
   ASSERT_TRUE(plain.is_object());
   EXPECT_FALSE(plain.contains("retrieved") && plain["retrieved"]["used"].get<bool>()) << plain.dump(2);
 }
@@ -112,8 +112,8 @@ TEST_F(ToolServerTest, DebugFileOfALocalBinaryIsFetchedByTheBinarysBuildId) {
 TEST_F(ToolServerTest, ServersComeFromDebuginfodUrlsUnlessNoServersIsGiven) {
   const vell_test::BuiltProgram &p = *s_program;
   m_tool.setEnv("DEBUGINFOD_URLS", "http://127.0.0.1:1/unused-first " + s_server->url());
-  json fetched = runJson({"find", "bin", "/opt/elsewhere/greeter", "--build-id", p.buildId,
-                          "--server-timeout", "2"});
+  json fetched =
+      runJson({"find", "bin", "/opt/elsewhere/greeter", "--build-id", p.buildId, "--server-timeout", "2"});
   ASSERT_TRUE(fetched["found"].get<bool>()) << fetched.dump(2);
   EXPECT_EQ(vell_test::readWhole(p.binary), vell_test::readWhole(fetched["path"].get<std::string>()));
 
@@ -133,13 +133,14 @@ TEST_F(ToolServerTest, UnknownBuildIdIsReportedAsNotRetrieved) {
 }
 
 TEST_F(ToolServerTest, MalformedServerOptionsAreBadInput) {
-  EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--build-id", "xyz", "--server", "http://127.0.0.1:1"}).status);
+  EXPECT_EQ(2,
+            m_tool.run({"find", "bin", "/x", "--build-id", "xyz", "--server", "http://127.0.0.1:1"}).status);
   EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--server", "ftp://example"}).status);
   // A source file is looked for by build ID on servers only.
   EXPECT_EQ(2, m_tool.run({"find", "src", "/x.c", "--build-id", "abcd", "--no-servers"}).status);
   EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--no-servers", "--server", "http://127.0.0.1:1"}).status);
-  EXPECT_EQ(2, m_tool.run({"find", "bin", "/x", "--server", "http://127.0.0.1:1", "--server-timeout", "0"})
-                   .status);
+  EXPECT_EQ(
+      2, m_tool.run({"find", "bin", "/x", "--server", "http://127.0.0.1:1", "--server-timeout", "0"}).status);
 }
 
 } // namespace
@@ -150,7 +151,8 @@ namespace {
 // cache: one download or two, but the cached file is never partial or corrupt.
 TEST(ToolServerProcessesTest, TwoProcessesFetchingOneFileNeverLeavePartialFile) {
   vell_test::TempDir dir;
-  vell_test::BuiltProgram program = vell_test::buildProgram(dir.sub("tree"), "shared", "fetched twice at once");
+  vell_test::BuiltProgram program =
+      vell_test::buildProgram(dir.sub("tree"), "shared", "fetched twice at once");
   std::string body = vell_test::readWhole(program.binary);
   vell_test::FaultHttpServer server;
   vell_test::FaultResponse slow{200, body};
@@ -161,8 +163,8 @@ TEST(ToolServerProcessesTest, TwoProcessesFetchingOneFileNeverLeavePartialFile) 
   tool.setEnv("DEBUGINFOD_URLS", "");
   tool.setEnv("DEBUGINFOD_CACHE_PATH", "");
   const std::string cached = dir.sub("cache") + "/vell/buildid/" + program.buildId + "/executable";
-  std::vector<std::string> args{"--json", "find", "bin", "/opt/shared/shared", "--build-id", program.buildId,
-                                "--server", server.url()};
+  std::vector<std::string> args{"--json",     "find",          "bin",      "/opt/shared/shared",
+                                "--build-id", program.buildId, "--server", server.url()};
 
   pid_t first = tool.start(args, 1);
   pid_t second = tool.start(args, 2);
@@ -192,8 +194,9 @@ TEST(ToolServerProcessesTest, TwoProcessesFetchingOneFileNeverLeavePartialFile) 
   EXPECT_GE(requests, 1);
   EXPECT_LE(requests, 2);
   // Nothing but the file itself is left in its build-ID directory.
-  EXPECT_EQ("executable\n", vell_test::shell("ls -A " + vell_test::shellQuoted(dir.sub("cache") + "/vell/buildid/" +
-                                                                              program.buildId)));
+  EXPECT_EQ("executable\n",
+            vell_test::shell("ls -A " +
+                             vell_test::shellQuoted(dir.sub("cache") + "/vell/buildid/" + program.buildId)));
 }
 
 } // namespace
@@ -211,18 +214,19 @@ TEST(ToolServerProgressTest, SlowTransferShowsProgressLineOnTerminalOnly) {
   server.script("/buildid/" + program.buildId + "/executable", {slow});
   std::string command = vell_test::toolPath() + " find bin /opt/slow/slow --build-id " + program.buildId +
                         " --server " + server.url();
-  std::string environment = "env -u DEBUGINFOD_URLS -u DEBUGINFOD_CACHE_PATH HOME=" +
-                            vell_test::shellQuoted(dir.mkdir("home")) + " XDG_CACHE_HOME=";
+  std::string environment =
+      "env -u DEBUGINFOD_URLS -u DEBUGINFOD_CACHE_PATH HOME=" + vell_test::shellQuoted(dir.mkdir("home")) +
+      " XDG_CACHE_HOME=";
 
   std::string onTerminal = vell_test::shell(environment + vell_test::shellQuoted(dir.sub("cache-tty")) +
                                             " script -qec " + vell_test::shellQuoted(command) + " /dev/null");
-  EXPECT_NE(std::string::npos, onTerminal.find("downloading " + server.url() + "/buildid/" + program.buildId +
-                                               "/executable"))
+  EXPECT_NE(std::string::npos,
+            onTerminal.find("downloading " + server.url() + "/buildid/" + program.buildId + "/executable"))
       << onTerminal;
   EXPECT_NE(std::string::npos, onTerminal.find("retrieved: server")) << onTerminal;
 
-  std::string toFile = vell_test::shell(environment + vell_test::shellQuoted(dir.sub("cache-file")) + " " + command +
-                                        " 2>&1");
+  std::string toFile =
+      vell_test::shell(environment + vell_test::shellQuoted(dir.sub("cache-file")) + " " + command + " 2>&1");
   EXPECT_EQ(std::string::npos, toFile.find("downloading")) << toFile;
   EXPECT_NE(std::string::npos, toFile.find("retrieved: server")) << toFile;
 }

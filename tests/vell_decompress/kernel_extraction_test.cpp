@@ -46,7 +46,8 @@ TEST_P(KernelExtractionFormatTest, TruncatedStreamFailsAndLeavesNothing) {
   const KernelFormat &format = kernelFormats(count)[GetParam()];
   TempDir dir;
   const std::string compressed = compressWith(format.command, elfPayload());
-  const std::string input = dir.write("in/vmlinuz", kernelFile(compressed).substr(0, 4096 + compressed.size() / 2));
+  const std::string input =
+      dir.write("in/vmlinuz", kernelFile(compressed).substr(0, 4096 + compressed.size() / 2));
   const std::string output = dir.mkdir("out") + "/vmlinux";
   KernelExtraction result;
   EXPECT_FALSE(extractKernelImage(input.c_str(), output.c_str(), DEFAULT_MAX_EXTRACTED_SIZE, &result))
@@ -91,7 +92,9 @@ TEST_P(KernelExtractionFormatTest, BombStopsAtTheCapAndLeavesNothing) {
   const KernelFormat &format = kernelFormats(count)[GetParam()];
   TempDir dir;
   // 64 MiB that compress to little, starting like an ELF file.
-  const std::string bomb = "\x7f" "ELF" + std::string(64u << 20, '\0');
+  const std::string bomb = "\x7f"
+                           "ELF" +
+                           std::string(64u << 20, '\0');
   const std::string input = dir.write("in/vmlinuz", kernelFile(compressWith(format.command, bomb)));
   const std::string output = dir.mkdir("out") + "/vmlinux";
   KernelExtraction result;
@@ -164,7 +167,8 @@ TEST(KernelExtractionTest, NoStreamAtAll) {
   LogCapture log;
   EXPECT_FALSE(extractKernelImage(input.c_str(), output.c_str(), DEFAULT_MAX_EXTRACTED_SIZE, &result));
   EXPECT_EQ(eeNoStream, result.error);
-  EXPECT_TRUE(log.containsPrefix("No kernel image extracted from " + input + ": no stream of a known compression"));
+  EXPECT_TRUE(
+      log.containsPrefix("No kernel image extracted from " + input + ": no stream of a known compression"));
   EXPECT_EQ("", listDirectory(dir.sub("out")));
 }
 
@@ -227,7 +231,8 @@ namespace {
 
 TEST(KernelExtractionStressTest, KilledExtractionsLeaveNothingPartial) {
   TempDir dir;
-  const std::string input = dir.write("in/vmlinuz", kernelFile(compressWith("xz -1 --check=crc32 -c", elfPayload())));
+  const std::string input =
+      dir.write("in/vmlinuz", kernelFile(compressWith("xz -1 --check=crc32 -c", elfPayload())));
   const std::string output = dir.mkdir("out") + "/vmlinux";
   int killedEarly = 0;
   for (int round = 0; round < 12; ++round) {

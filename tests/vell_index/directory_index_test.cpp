@@ -71,7 +71,9 @@ Outcome walk(const std::vector<std::string> &roots, const std::string &name, Dir
   return outcome;
 }
 
-DirectoryIndex &impl(const ObjectPtr<IDirectoryIndex> &index) { return dynamic_cast<DirectoryIndex &>(*index); }
+DirectoryIndex &impl(const ObjectPtr<IDirectoryIndex> &index) {
+  return dynamic_cast<DirectoryIndex &>(*index);
+}
 
 // Compares the plain walk with the index for every name, stopping nowhere and
 // stopping at each existing candidate in turn.
@@ -291,8 +293,8 @@ ObjectPtr<IEditableSearchEnv> recursiveEnv(const std::string &dir, vell_test::Te
   ObjectPtr<IEditableSearchEnv> env = IEditableSearchEnv::create();
   env->setSearchDirs(vell_test::makeDirContainer({{scAllFiles, dir, true, true}}));
   env->setFilesFoundCallback(CallbackHolder<IFilesFoundCallback>(&found));
-  env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(
-      new vell_test::FixedStepsConfigurator({ssHighPrioritySearchDirs})));
+  env->setSearchStepsConfigurator(
+      ObjectPtr<ISearchStepsConfigurator>(new vell_test::FixedStepsConfigurator({ssHighPrioritySearchDirs})));
   return env;
 }
 
@@ -324,8 +326,8 @@ TEST(DirectoryIndexTest, IndexedFileSearchFindsTheSameFilesInTheSameOrder) {
     const std::vector<std::string> expectedFiles = collected;
     ObjectPtr<IValidFile> got = indexed->findBinFile(name, nullptr, nullptr, 0);
     EXPECT_EQ(expectedFiles, collected);
-    ObjectPtr<IValidFile> gotOwn = ownIndex->findSymFile(name, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                                         nullptr);
+    ObjectPtr<IValidFile> gotOwn =
+        ownIndex->findSymFile(name, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(expectedFiles, collected);
     EXPECT_EQ(expected ? std::string(expected->name()) : "", got ? std::string(got->name()) : "");
     EXPECT_EQ(expected ? std::string(expected->name()) : "", gotOwn ? std::string(gotOwn->name()) : "");

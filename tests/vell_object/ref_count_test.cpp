@@ -110,7 +110,8 @@ TEST(RefCount, AssignmentReleasesOldAndReferencesNew) {
 // Writes every reference change into a shared journal, tagged with its name.
 class CountingObject : public RefCountImpl<ITestObject> {
 public:
-  CountingObject(std::vector<std::string> *journal, std::string name) : m_journal(journal), m_name(std::move(name)) {}
+  CountingObject(std::vector<std::string> *journal, std::string name)
+      : m_journal(journal), m_name(std::move(name)) {}
   int addRef() override {
     m_journal->push_back("addRef " + m_name);
     return RefCountImpl<ITestObject>::addRef();

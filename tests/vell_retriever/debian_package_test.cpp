@@ -29,11 +29,12 @@ TEST(DebianPackageTest, BinaryAndDebugFileOfRealPackagesComeFromDebuginfod) {
   vell_test::TempDir dir;
   std::string debs = dir.mkdir("debs");
   // The packages of one library; the -dbg package holds its detached debug files.
-  vell_test::shell("cd " + vell_test::shellQuoted(debs) + " && apt-get download libadns1 libadns1-dbg 2>/dev/null");
+  vell_test::shell("cd " + vell_test::shellQuoted(debs) +
+                   " && apt-get download libadns1 libadns1-dbg 2>/dev/null");
   vell_test::shell("cd " + vell_test::shellQuoted(debs) + " && dpkg-deb -x libadns1_*.deb " +
                    vell_test::shellQuoted(dir.sub("unpacked")));
-  std::string library =
-      vell_test::shell("find " + vell_test::shellQuoted(dir.sub("unpacked")) + " -name 'libadns.so.*' -type f");
+  std::string library = vell_test::shell("find " + vell_test::shellQuoted(dir.sub("unpacked")) +
+                                         " -name 'libadns.so.*' -type f");
   library = library.substr(0, library.find('\n'));
   ASSERT_FALSE(library.empty());
   std::string buildId = vell_test::buildIdByReadelf(library);
@@ -53,7 +54,8 @@ TEST(DebianPackageTest, BinaryAndDebugFileOfRealPackagesComeFromDebuginfod) {
   EXPECT_EQ(libraryBytes, vell_test::readWhole(binary.path));
   EXPECT_EQ(buildId, vell_test::buildIdByReadelf(debug.path));
   // The debug file carries the debug information the binary lacks.
-  EXPECT_NE(std::string::npos, vell_test::shell("eu-readelf -S " + vell_test::shellQuoted(debug.path)).find(".debug_info"));
+  EXPECT_NE(std::string::npos,
+            vell_test::shell("eu-readelf -S " + vell_test::shellQuoted(debug.path)).find(".debug_info"));
 
   // The tool, with its own cache: a download, then an answer from its cache.
   vell_test::ToolRunner tool;
@@ -62,7 +64,8 @@ TEST(DebianPackageTest, BinaryAndDebugFileOfRealPackagesComeFromDebuginfod) {
   tool.setEnv("DEBUGINFOD_CACHE_PATH", "");
   long before = server.buildIdRequests();
   for (const char *origin : {"server", "cache"}) {
-    vell_test::ToolResult result = tool.run({"--json", "find", "sym", "libadns.so.1.debug", "--build-id", buildId});
+    vell_test::ToolResult result =
+        tool.run({"--json", "find", "sym", "libadns.so.1.debug", "--build-id", buildId});
     nlohmann::json out = nlohmann::json::parse(result.out, nullptr, false);
     ASSERT_TRUE(out.is_object()) << result.out << result.err;
     ASSERT_TRUE(out["found"].get<bool>()) << out.dump(2);

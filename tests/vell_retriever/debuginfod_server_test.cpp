@@ -111,7 +111,8 @@ TEST_F(DebuginfodServerTest, FileSearchFetchesTiedBinaryAndDebugFileThroughTheRe
   EXPECT_EQ(ssAbsoluteNameLookup, binary->searchStep());
   EXPECT_EQ(vell_test::readWhole(p.binary), vell_test::readWhole(binary->name()));
   // Filed into the search's cache by name and checksum.
-  EXPECT_EQ(0u, std::string(binary->name()).rfind(m_dir.sub("search-cache") + "/hello/", 0)) << binary->name();
+  EXPECT_EQ(0u, std::string(binary->name()).rfind(m_dir.sub("search-cache") + "/hello/", 0))
+      << binary->name();
   EXPECT_EQ(foServer, retriever.lastResultFor(recorded).origin);
 
   ObjectPtr<IValidFile> debug =

@@ -166,8 +166,9 @@ private:
     FaultResponse response = next(path);
     if (response.dropConnection)
       return;
-    std::string head = "HTTP/1.1 " + std::to_string(response.status) + " Scripted\r\nContent-Length: " +
-                       std::to_string(response.body.size()) + "\r\nConnection: close\r\n\r\n";
+    std::string head = "HTTP/1.1 " + std::to_string(response.status) +
+                       " Scripted\r\nContent-Length: " + std::to_string(response.body.size()) +
+                       "\r\nConnection: close\r\n\r\n";
     if (response.stallAfter == std::string::npos) {
       std::string all = head + response.body;
       const size_t first = std::min(response.chunkDelayMs > 0 ? head.size() : all.size(), all.size() - 1);

@@ -13,8 +13,8 @@
 #include "support/temp_dir.h"
 #include "vell/http_retriever.h"
 #include "vell_retriever/fault_http_server.h"
-#include "vell_validation/catalog_scope.h"
 #include "vell_retriever/retriever_fixtures.h"
+#include "vell_validation/catalog_scope.h"
 
 using namespace VELL_2_13;
 using vell_test::FaultHttpServer;
@@ -50,7 +50,8 @@ std::string debugPath(const std::string &buildId) { return "/buildid/" + buildId
 // Names in a directory tree, for "nothing left behind" checks.
 std::vector<std::string> filesUnder(const std::string &dir) {
   std::vector<std::string> names;
-  std::string listing = vell_test::shell("find " + vell_test::shellQuoted(dir) + " -type f -printf '%P\\n' || true");
+  std::string listing =
+      vell_test::shell("find " + vell_test::shellQuoted(dir) + " -type f -printf '%P\\n' || true");
   std::istringstream lines(listing);
   std::string line;
   while (std::getline(lines, line))
@@ -306,7 +307,8 @@ TEST_F(RetrieverFaultsTest, RejectionMessageComesFromTheChosenLanguageOrIsTheId)
   {
     vell_test::CatalogScope german(vell_test::shippedCatalogDir(), "de");
     BuildIdResult result = retriever.fetchDebugInfo(p.first.buildId);
-    EXPECT_NE(std::string::npos, result.error.find("statt der angefragten " + p.first.buildId)) << result.error;
+    EXPECT_NE(std::string::npos, result.error.find("statt der angefragten " + p.first.buildId))
+        << result.error;
   }
   vell_test::CatalogScope none("");
   EXPECT_EQ("%WrongBuildId", retriever.fetchDebugInfo(p.first.buildId).error);
@@ -338,9 +340,9 @@ TEST_F(RetrieverFaultsTest, HostileBuildIdsAndSourcePathsAreRefusedWithoutReques
   for (const std::string &id : {std::string("../../etc"), std::string("abc"), std::string(""),
                                 std::string("0g"), std::string("ab/cd"), std::string(130, 'a')})
     EXPECT_FALSE(retriever.fetchDebugInfo(id).ok) << id;
-  for (const std::string &path : {std::string("relative.c"), std::string("/a/../../../etc/passwd"),
-                                  std::string("/a/./b.c"), std::string("/"), std::string("/a\nb.c"),
-                                  "/" + std::string(300, 'x')})
+  for (const std::string &path :
+       {std::string("relative.c"), std::string("/a/../../../etc/passwd"), std::string("/a/./b.c"),
+        std::string("/"), std::string("/a\nb.c"), "/" + std::string(300, 'x')})
     EXPECT_FALSE(retriever.fetchSource("abcd", path).ok) << path;
   EXPECT_EQ(0, m_server.totalRequests());
   EXPECT_EQ(std::vector<std::string>{}, filesUnder(m_dir.path()));
@@ -482,8 +484,8 @@ TEST_F(RetrieverFaultsTest, RetrieveFilePlacesTiedNameInsideTheRetrievalDirector
   EXPECT_EQ(foServer, retriever.lastResultFor("/opt/app/bin/first").origin);
 
   // A conventional build-ID path carries its own build ID.
-  std::string byId = "/usr/lib/debug/.build-id/" + p.first.buildId.substr(0, 2) + "/" +
-                     p.first.buildId.substr(2) + ".debug";
+  std::string byId =
+      "/usr/lib/debug/.build-id/" + p.first.buildId.substr(0, 2) + "/" + p.first.buildId.substr(2) + ".debug";
   EXPECT_EQ(0, retriever.retrieveFile(byId.c_str(), retrieval.c_str()));
   EXPECT_EQ(p.firstDebug, vell_test::readWhole(retrieval + byId));
 
@@ -504,7 +506,8 @@ TEST_F(RetrieverFaultsTest, LocalFileWithTheTiedBuildIdIsLeftToTheLocalSearch) {
 }
 
 TEST(ServerListTest, SplitsOnBlanks) {
-  EXPECT_EQ((std::vector<std::string>{"http://a", "https://b/x"}), splitServerList("  http://a \thttps://b/x\n"));
+  EXPECT_EQ((std::vector<std::string>{"http://a", "https://b/x"}),
+            splitServerList("  http://a \thttps://b/x\n"));
   EXPECT_TRUE(splitServerList("   ").empty());
 }
 
@@ -516,25 +519,28 @@ namespace {
 // on the loopback address with a self-signed certificate for 127.0.0.1.
 class TlsFileServer {
 public:
-  explicit TlsFileServer(const vell_test::TempDir &dir) : m_root(dir.mkdir("www")), m_port(vell_test::freeLoopbackPort()) {
+  explicit TlsFileServer(const vell_test::TempDir &dir)
+      : m_root(dir.mkdir("www")), m_port(vell_test::freeLoopbackPort()) {
     m_certificate = dir.sub("cert.pem");
     std::string key = dir.sub("key.pem");
     vell_test::shell("openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 -addext "
-                     "subjectAltName=IP:127.0.0.1 -keyout " + vell_test::shellQuoted(key) + " -out " +
-                     vell_test::shellQuoted(m_certificate) + " 2>/dev/null");
+                     "subjectAltName=IP:127.0.0.1 -keyout " +
+                     vell_test::shellQuoted(key) + " -out " + vell_test::shellQuoted(m_certificate) +
+                     " 2>/dev/null");
     m_pid = ::fork();
     if (m_pid == 0) {
       if (::chdir(m_root.c_str()) != 0)
         ::_exit(127);
       std::freopen("/dev/null", "w", stdout);
       std::string accept = "127.0.0.1:" + std::to_string(m_port);
-      ::execlp("openssl", "openssl", "s_server", "-quiet", "-accept", accept.c_str(), "-cert", m_certificate.c_str(),
-               "-key", key.c_str(), "-WWW", static_cast<char *>(nullptr));
+      ::execlp("openssl", "openssl", "s_server", "-quiet", "-accept", accept.c_str(), "-cert",
+               m_certificate.c_str(), "-key", key.c_str(), "-WWW", static_cast<char *>(nullptr));
       ::_exit(127);
     }
     // Wait until it accepts connections.
     for (int i = 0; i < 100; ++i) {
-      if (std::system(("curl -s -k -o /dev/null https://127.0.0.1:" + std::to_string(m_port) + "/").c_str()) == 0)
+      if (std::system(
+              ("curl -s -k -o /dev/null https://127.0.0.1:" + std::to_string(m_port) + "/").c_str()) == 0)
         break;
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
@@ -562,7 +568,8 @@ TEST(RetrieverHttpsTest, VerifiesTheServerAgainstTheGivenOrTheSystemCertificates
   TlsFileServer server(dir);
   std::string served = server.root() + "/buildid/" + p.first.buildId;
   vell_test::shell("mkdir -p " + vell_test::shellQuoted(served));
-  vell_test::shell("cp " + vell_test::shellQuoted(p.first.debugFile) + " " + vell_test::shellQuoted(served + "/debuginfo"));
+  vell_test::shell("cp " + vell_test::shellQuoted(p.first.debugFile) + " " +
+                   vell_test::shellQuoted(served + "/debuginfo"));
   HttpRetrieverOptions options;
   options.servers = {server.url()};
   options.cacheDir = dir.sub("cache");

@@ -73,14 +73,18 @@ struct BuiltProgram {
 // Builds dir/<name> from dir/src/<name>.c; text makes programs differ.
 inline BuiltProgram buildProgram(const std::string &dir, const std::string &name, const std::string &text) {
   BuiltProgram program;
-  shell("mkdir -p " + shellQuoted(dir + "/src") + " " + shellQuoted(dir + "/bin") + " " + shellQuoted(dir + "/debug"));
+  shell("mkdir -p " + shellQuoted(dir + "/src") + " " + shellQuoted(dir + "/bin") + " " +
+        shellQuoted(dir + "/debug"));
   program.source = dir + "/src/" + name + ".c";
-  std::ofstream(program.source) << "#include <stdio.h>\nint main(void) { puts(\"" << text << "\"); return 0; }\n";
+  std::ofstream(program.source) << "#include <stdio.h>\nint main(void) { puts(\"" << text
+                                << "\"); return 0; }\n";
   program.binary = dir + "/bin/" + name;
   program.debugFile = dir + "/debug/" + name + ".debug";
-  shell("cc -g -O0 -Wl,--build-id=sha1 -o " + shellQuoted(program.binary) + " " + shellQuoted(program.source));
+  shell("cc -g -O0 -Wl,--build-id=sha1 -o " + shellQuoted(program.binary) + " " +
+        shellQuoted(program.source));
   shell("objcopy --only-keep-debug " + shellQuoted(program.binary) + " " + shellQuoted(program.debugFile));
-  shell("objcopy --strip-debug --add-gnu-debuglink=" + shellQuoted(program.debugFile) + " " + shellQuoted(program.binary));
+  shell("objcopy --strip-debug --add-gnu-debuglink=" + shellQuoted(program.debugFile) + " " +
+        shellQuoted(program.binary));
   program.buildId = buildIdByReadelf(program.binary);
   return program;
 }

@@ -60,11 +60,15 @@ std::atomic<int> Policy::calls{0};
 class FilesFound : public IFilesFoundCallback {
 public:
   ~FilesFound() override { m_state.reset(); }
-  ObjectPtr<IValidFile> binFilesFound(const char *, IValidFileIterator &files) override { return choose(files); }
-  ObjectPtr<IValidFile> symFilesFound(const char *, const char *, const char *, IValidFileIterator &files) override {
+  ObjectPtr<IValidFile> binFilesFound(const char *, IValidFileIterator &files) override {
     return choose(files);
   }
-  ObjectPtr<IValidFile> srcFilesFound(const char *, const char *, const char *, IValidFileIterator &files) override {
+  ObjectPtr<IValidFile> symFilesFound(const char *, const char *, const char *,
+                                      IValidFileIterator &files) override {
+    return choose(files);
+  }
+  ObjectPtr<IValidFile> srcFilesFound(const char *, const char *, const char *,
+                                      IValidFileIterator &files) override {
     return choose(files);
   }
   static std::atomic<int> calls;

@@ -37,7 +37,8 @@ struct KernelAwareSearchTest : public ::testing::Test {
     return tmp.write("root/" + relative, content);
   }
   std::string find(const char *name, bool plain = false) {
-    ObjectPtr<IFileSearch> search = plain ? IFileSearch::create(env) : createKernelAwareFileSearch(env, options);
+    ObjectPtr<IFileSearch> search =
+        plain ? IFileSearch::create(env) : createKernelAwareFileSearch(env, options);
     ObjectPtr<IValidFile> found = search->findBinFile(name, nullptr, nullptr, 0);
     return found ? found->name() : "";
   }
@@ -61,13 +62,15 @@ TEST_F(KernelAwareSearchTest, ModuleByItsKernelNameInTheSystemRoot) {
 }
 
 TEST_F(KernelAwareSearchTest, RecordedModulePathFindsTheCompressedCopyInTheRoot) {
-  const std::string module = put("lib/modules/R2/kernel/fs/xfs/xfs.ko.zst", compressWith("zstd -q -c", smallElf()));
+  const std::string module =
+      put("lib/modules/R2/kernel/fs/xfs/xfs.ko.zst", compressWith("zstd -q -c", smallElf()));
   EXPECT_EQ(module, find("/lib/modules/R2/kernel/fs/xfs/xfs.ko"));
   EXPECT_EQ(module, find("xfs"));
 }
 
 TEST_F(KernelAwareSearchTest, CompressedModuleHandedOverDecompressedWhenAsked) {
-  const std::string module = put("lib/modules/R2/kernel/fs/ext4/ext4.ko.gz", compressWith("gzip -c", smallElf()));
+  const std::string module =
+      put("lib/modules/R2/kernel/fs/ext4/ext4.ko.gz", compressWith("gzip -c", smallElf()));
   options.decompressModules = true;
   const std::string found = find("ext4");
   EXPECT_EQ(cache + "/module_cache/", found.substr(0, cache.size() + 14));
@@ -160,7 +163,8 @@ TEST(ModuleNamesTest, DashesAndUnderscoresMatchAndCompressedFormsWhenAsked) {
 }
 
 TEST(ModuleNamesTest, ReleaseOfAModulePath) {
-  EXPECT_EQ("6.1.0-27-cloud-amd64", moduleReleaseOf("/lib/modules/6.1.0-27-cloud-amd64/kernel/fs/xfs/xfs.ko"));
+  EXPECT_EQ("6.1.0-27-cloud-amd64",
+            moduleReleaseOf("/lib/modules/6.1.0-27-cloud-amd64/kernel/fs/xfs/xfs.ko"));
   EXPECT_EQ("R2", moduleReleaseOf("/t/root/usr/lib/modules/R2/x.ko.xz"));
   EXPECT_EQ("", moduleReleaseOf("/lib/modules"));
   EXPECT_EQ("", moduleReleaseOf("/usr/lib/libx.so"));

@@ -41,8 +41,9 @@ TEST(ArchiveConcurrencyTest, ConcurrentFilingsOfOneFileNeverExposeAPartialCopy) 
   vell_test::TempDir dir;
   const std::string content = bigContent();
   const std::string archive = dir.sub("archive");
-  const std::string md5 =
-      IChecksumCalculator::create()->calculateChecksum(dir.write("probe/libbig.so", content).c_str(), ctMd5)->value();
+  const std::string md5 = IChecksumCalculator::create()
+                              ->calculateChecksum(dir.write("probe/libbig.so", content).c_str(), ctMd5)
+                              ->value();
   vell_test::StressClock clock;
   int rounds = 0;
   while (clock.running() || rounds < 3) {

@@ -199,9 +199,7 @@ TEST_F(MessageMgrTest, DyingSeparateManagerResetsTheProcessWideOne) {
   ObjectPtr<IMessageMgr> global = IMessageMgr::create();
   ObjectPtr<ISizeMismatchMessage> replacement(new SizeMismatchMessage(nullptr));
   global->setSizeMismatchMessage(replacement);
-  {
-    ObjectPtr<IMessageMgr> separate(new MessageMgr);
-  }
+  { ObjectPtr<IMessageMgr> separate(new MessageMgr); }
   // The slot was emptied; the old manager lives on only through our handle.
   EXPECT_FALSE(MessageMgr::s_messageMgr);
   EXPECT_EQ(replacement.get(), global->getSizeMismatchMessage().get());
@@ -215,9 +213,7 @@ TEST_F(MessageMgrTest, DyingSeparateManagerResetsTheProcessWideOne) {
 TEST_F(MessageMgrTest, DyingSeparateManagerMayFreeTheProcessWideOne) {
   IMessageMgr *global = IMessageMgr::create().get();
   ASSERT_NE(nullptr, global);
-  {
-    ObjectPtr<IMessageMgr> separate(new MessageMgr);
-  }
+  { ObjectPtr<IMessageMgr> separate(new MessageMgr); }
   EXPECT_FALSE(MessageMgr::s_messageMgr);
   ObjectPtr<IMessageMgr> next = IMessageMgr::create();
   ASSERT_TRUE(next);

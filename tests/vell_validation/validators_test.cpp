@@ -254,8 +254,7 @@ TEST_F(TimeAndSizeTest, CatalogTextsAreFilledWithoutTheFileName) {
   Container timeInfo, sizeInfo;
   SourceFileTimeAndSizeMatchValidator(kTime + 1, 0).validate(file.c_str(), timeInfo);
   SourceFileTimeAndSizeMatchValidator(kTime, 1).validate(file.c_str(), sizeInfo);
-  EXPECT_EQ("The modification time of the source file does not match the expected time.",
-            timeInfo.message());
+  EXPECT_EQ("The modification time of the source file does not match the expected time.", timeInfo.message());
   EXPECT_EQ("The size of the source file does not match the expected size.", sizeInfo.message());
 }
 
