@@ -13,7 +13,6 @@
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -29,6 +28,8 @@
 #include <string>
 #include <vector>
 
+#include "support/peer_timing.h"
+#include "support/recursive_search.h"
 #include "vell/directory_index.h"
 #include "vell/file_search.h"
 #include "vell/platform.h"
@@ -38,9 +39,12 @@
 using namespace VELL_2_13;
 namespace fs = std::filesystem;
 
-extern char **environ;
-
 namespace {
+
+using vell_bench::medianSecondsOf;
+using vell_bench::recursiveSearch;
+using vell_bench::runProcess;
+using vell_bench::secondsOf;
 
 constexpr int kLookups = 1000;
 // Helper threads of the read-ahead walk measured (the tool's default on two
@@ -126,71 +130,12 @@ std::vector<std::string> lookupNames(const Shape &shape) {
   return names;
 }
 
-int runProcess(const std::vector<std::string> &args, const std::string &input = "") {
-  std::vector<char *> argv;
-  for (const std::string &arg : args)
-    argv.push_back(const_cast<char *>(arg.c_str()));
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  if (!input.empty())
-    posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
-  pid_t pid = 0;
-  const int spawned = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0)
-    return -1;
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-double seconds(const std::function<void()> &run) {
-  const auto started = std::chrono::steady_clock::now();
-  run();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-}
-
-// The median of runs repetitions.
-double median(int runs, const std::function<void()> &run) {
-  std::vector<double> times;
-  for (int i = 0; i < runs; ++i)
-    times.push_back(seconds(run));
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
-}
-
 void dropCaches() {
   ::sync();
   std::ofstream("/proc/sys/vm/drop_caches") << "3\n";
 }
 
 bool canDropCaches() { return ::access("/proc/sys/vm/drop_caches", W_OK) == 0; }
-
-// A search whose only step walks root recursively, with or without index,
-// with or without read-ahead.
-ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<IDirectoryIndex> &index,
-                                       unsigned int readAheadThreads = 0) {
-  auto dirs = IEditableSearchDirContainer::create();
-  dirs->addDirectory(scAllFiles, root.c_str(), true, false);
-  ObjectPtr<DefaultSearchStepsConfigurator> steps(new DefaultSearchStepsConfigurator());
-  for (search_category_t category : {scBinaryFiles, scSymbolFiles, scSourceFiles}) {
-    steps->setStep(search_step_t(0xFF), category, false);
-    steps->setStep(ssLowPrioritySearchDirs, category, true);
-  }
-  auto env = IEditableSearchEnv::create();
-  env->setSearchDirs(dirs);
-  env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(steps));
-  if (index)
-    return createIndexedFileSearch(env, index);
-  if (readAheadThreads > 0) {
-    WalkOptions walk;
-    walk.readAheadThreads = readAheadThreads;
-    return createFileSearch(env, walk);
-  }
-  return IFileSearch::create(env);
-}
 
 void findAll(IFileSearch &search, const std::vector<std::string> &names) {
   for (const std::string &name : names)
@@ -255,33 +200,33 @@ void benchFileTree(const Options &options, const Shape &shape) {
   // Warm the cache.
   runProcess({"find", root, "-name", kMissing});
 
-  const double find = median(3, [&] { runProcess({"find", root, "-name", kMissing}); });
-  const double fd = median(3, [&] { runProcess({"fdfind", "-u", "-j2", "-g", kMissing, root}); });
+  const double find = medianSecondsOf(3, [&] { runProcess({"find", root, "-name", kMissing}); });
+  const double fd = medianSecondsOf(3, [&] { runProcess({"fdfind", "-u", "-j2", "-g", kMissing, root}); });
   ObjectPtr<IFileSearch> plain = recursiveSearch(root, ObjectPtr<IDirectoryIndex>());
-  const double walk = median(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
+  const double walk = medianSecondsOf(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
   row("warm: plain walk, one missing name", walk, "find ROOT -name X", find);
   row("warm: plain walk, one missing name", walk, "fdfind -u -j2 -g X ROOT", fd);
   ObjectPtr<IFileSearch> ahead = recursiveSearch(root, ObjectPtr<IDirectoryIndex>(), kReadAheadThreads);
-  const double walkAhead = median(3, [&] { ahead->findBinFile(kMissing, nullptr, nullptr, 0); });
+  const double walkAhead = medianSecondsOf(3, [&] { ahead->findBinFile(kMissing, nullptr, nullptr, 0); });
   row("warm: read-ahead walk (2 helpers), one missing name", walkAhead, "find ROOT -name X", find);
   row("warm: read-ahead walk (2 helpers), one missing name", walkAhead, "fdfind -u -j2 -g X ROOT", fd);
-  const double build = median(3, [&] { IDirectoryIndex::create()->prepare(root.c_str()); });
+  const double build = medianSecondsOf(3, [&] { IDirectoryIndex::create()->prepare(root.c_str()); });
   row("warm: index listing (2 threads)", build, "find ROOT -name X", find);
   row("warm: index listing (2 threads)", build, "fdfind -u -j2 -g X ROOT", fd);
 
   // Ten names walked without the index, for the per-name cost of today.
   const std::vector<std::string> ten(names.begin(), names.begin() + 10);
-  const double tenPlain = seconds([&] { findAll(*plain, ten); });
+  const double tenPlain = secondsOf([&] { findAll(*plain, ten); });
   std::printf("%-62s %10.3f s per name\n", "plain walk, 10 of the names (average)", tenPlain / 10);
 
   ObjectPtr<IDirectoryIndex> index = IDirectoryIndex::create();
   ObjectPtr<IFileSearch> indexed = recursiveSearch(root, index);
-  const double thousand = seconds([&] { findAll(*indexed, names); });
+  const double thousand = secondsOf([&] { findAll(*indexed, names); });
   row("index: 1,000 names, listing included", thousand, "one find ROOT -name X", find);
-  const double again = seconds([&] { findAll(*indexed, names); });
+  const double again = secondsOf([&] { findAll(*indexed, names); });
   std::printf("%-62s %10.1f us per name\n", "index: the same 1,000 names again (tree listed)",
               again / kLookups * 1e6);
-  const double missing = seconds([&] {
+  const double missing = secondsOf([&] {
     for (int i = 0; i < kLookups; ++i)
       indexed->findBinFile(kMissing, nullptr, nullptr, 0);
   });
@@ -295,7 +240,7 @@ void benchFileTree(const Options &options, const Shape &shape) {
         out << "{\"category\": \"bin\", \"name\": \"" << name << "\"}\n";
     }
     const std::string dir = "all:r=" + root;
-    const double batch = median(3, [&] {
+    const double batch = medianSecondsOf(3, [&] {
       runProcess({options.tool, "find", "--batch", "--dir", dir}, input);
     });
     row("vell find --batch: 1,000 requests, one process", batch, "one find ROOT -name X", find);
@@ -306,7 +251,7 @@ void benchFileTree(const Options &options, const Shape &shape) {
   if (options.cold) {
     // Each run starts from an empty page cache; medians of 3.
     auto cold = [](const std::function<void()> &run) {
-      return median(3, [&] {
+      return medianSecondsOf(3, [&] {
         dropCaches();
         run();
       });
@@ -331,9 +276,9 @@ void benchDirectoryTree(const Options &options, const Shape &shape) {
   std::printf("\n== %s: %d directories, no files\n", shape.name,
               1 + shape.top + shape.top * shape.middle + shape.top * shape.middle * shape.leaves);
   runProcess({"find", root, "-name", kMissing});
-  const double find = median(3, [&] { runProcess({"find", root, "-name", kMissing}); });
+  const double find = medianSecondsOf(3, [&] { runProcess({"find", root, "-name", kMissing}); });
   ObjectPtr<IFileSearch> plain = recursiveSearch(root, ObjectPtr<IDirectoryIndex>());
-  const double walk = median(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
+  const double walk = medianSecondsOf(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
   row("warm: plain walk, one missing name", walk, "find ROOT -name X", find);
 }
 

@@ -3,12 +3,14 @@
 
 #include "vell/search_env.h"
 #include "vell/search_steps.h"
+#include "vell/walk_options.h"
 
 using namespace VELL_2_13;
 
 namespace vell_bench {
 
-ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<IDirectoryIndex> &index) {
+ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<IDirectoryIndex> &index,
+                                       unsigned int readAheadThreads) {
   auto dirs = IEditableSearchDirContainer::create();
   dirs->addDirectory(scAllFiles, root.c_str(), true, false);
   ObjectPtr<DefaultSearchStepsConfigurator> steps(new DefaultSearchStepsConfigurator());
@@ -19,7 +21,14 @@ ObjectPtr<IFileSearch> recursiveSearch(const std::string &root, const ObjectPtr<
   auto env = IEditableSearchEnv::create();
   env->setSearchDirs(dirs);
   env->setSearchStepsConfigurator(ObjectPtr<ISearchStepsConfigurator>(steps));
-  return index ? createIndexedFileSearch(env, index) : IFileSearch::create(env);
+  if (index)
+    return createIndexedFileSearch(env, index);
+  if (readAheadThreads > 0) {
+    WalkOptions walk;
+    walk.readAheadThreads = readAheadThreads;
+    return createFileSearch(env, walk);
+  }
+  return IFileSearch::create(env);
 }
 
 } // namespace vell_bench

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/unprivileged_child.h"
 #include "vell/directory_index.h"
 #include "vell/file_search.h"
 #include "vell/search_steps.h"
@@ -29,6 +29,8 @@ using vell_test::TempDir;
 namespace fs = std::filesystem;
 
 namespace {
+
+using vell_test::inUnprivilegedChild;
 
 // Keeps the candidates that exist, as the search driver does before it
 // validates; accepts the candidate numbered acceptAt (counting existing ones
@@ -169,29 +171,6 @@ TEST(DirectoryIndexTest, ARootThatIsMissingOrAFileOffersWhatTheWalkOffers) {
   // A root that appears later is listed then.
   dir.write("missing/lib.so");
   expectSameAsWalk({dir.sub("missing")}, {"lib.so"}, index);
-}
-
-// Runs check in a child process that has given up root's rights, so that
-// unreadable directories are unreadable; the child's failures fail the test.
-void inUnprivilegedChild(const std::function<void()> &check) {
-#if defined(__SANITIZE_THREAD__)
-  // ThreadSanitizer cannot follow the listing threads of a forked child; the
-  // normal and AddressSanitizer builds run this check.
-  GTEST_SKIP() << "threads in a forked child are not supported by ThreadSanitizer";
-#endif
-  ::fflush(nullptr);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
-      ::_exit(3);
-    check();
-    ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(child, ::waitpid(child, &status, 0));
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
 TEST(DirectoryIndexTest, UnreadableDirectoriesOfferTheirCandidateAndAreNotEntered) {

@@ -4,9 +4,7 @@
 // no helper left running; many walks at once.
 #include <gtest/gtest.h>
 
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +20,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
+#include "support/unprivileged_child.h"
 #include "vell/file_search.h"
 #include "vell/kernel.h"
 #include "vell/search_observer.h"
@@ -38,6 +37,8 @@ using vell_test::TempDir;
 namespace fs = std::filesystem;
 
 namespace {
+
+using vell_test::inUnprivilegedChild;
 
 // Helper threads of read-aheads now alive in this process.
 size_t readAheadThreads() {
@@ -266,31 +267,6 @@ TEST(ReadAheadWalkTest, TheOutermostDirectCallOwnsTheReadAhead) {
   EXPECT_EQ(plain.candidates, ahead.candidates);
   EXPECT_GT(ahead.helpersSeen, 0u);
   EXPECT_EQ(0u, readAheadThreadsAfterWalk());
-}
-
-// Runs check in a child process that has given up root's rights, so that
-// unreadable directories are unreadable; the child's failures fail the test.
-void inUnprivilegedChild(const std::function<void()> &check) {
-#if defined(__SANITIZE_THREAD__)
-  // ThreadSanitizer cannot follow the helper threads of a forked child; the
-  // normal and AddressSanitizer builds run this check.
-  GTEST_SKIP() << "threads in a forked child are not supported by ThreadSanitizer";
-#endif
-  ::fflush(nullptr);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0))
-      ::_exit(3);
-    // Giving up rights hides /proc/self from the process; the helper count needs it.
-    ::prctl(PR_SET_DUMPABLE, 1);
-    check();
-    ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(child, ::waitpid(child, &status, 0));
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(0, WEXITSTATUS(status));
 }
 
 TEST(ReadAheadWalkTest, UnreadableDirectoriesAreReportedAndSkippedAsOnOneThread) {
