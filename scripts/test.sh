@@ -9,9 +9,10 @@
 # builds the Debian packages with cpack, installs them with dpkg -i, builds the
 # example against them with CMake and pkg-config, runs it and the installed
 # tool, and removes the packages again. Last, every libFuzzer harness of fuzz/
-# runs for VELL_FUZZ_SECONDS (default 15) seconds. The sanitizer builds are
-# compiled at -O1 with line tables only, which keeps file and line in their
-# reports and the run within its time budget.
+# runs for VELL_FUZZ_SECONDS (default 15) seconds. The ThreadSanitizer build
+# is compiled at -O1 with line tables only, which keeps file and line in its
+# reports and the run within its time budget. The AddressSanitizer build stays
+# at -O0: at -O1 its phase took longer as a whole (16.5 against 12.5 minutes).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -36,7 +37,7 @@ mkdir -p "$out"
 run_suite normal -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELL_BUILD_BENCH=ON
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-run_suite asan -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g1" -DVELL_ASAN=ON -DVELL_BUILD_TOOL=ON
+run_suite asan -DCMAKE_BUILD_TYPE=Debug -DVELL_ASAN=ON -DVELL_BUILD_TOOL=ON
 if [ "${VELL_TEST_TSAN:-1}" = 1 ]; then
   # ThreadSanitizer's fixed memory layout clashes with the address-space
   # randomisation of newer kernels: build (the build lists the tests by running
