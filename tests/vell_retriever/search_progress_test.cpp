@@ -78,6 +78,19 @@ protected:
     return o;
   }
 
+  // Serves the program's debug file and searches for it through a retriever
+  // with onRetriever set, the search given onSearch; the file found, if any.
+  ObjectPtr<IValidFile> fetchDebugFile(ProgressRecorder *onRetriever, ProgressRecorder *onSearch) {
+    m_server.script(debugUrlPath(), {{200, debugContent()}});
+    HttpFileRetriever retriever(options());
+    EXPECT_TRUE(retriever.addFile("meter.debug", s_program->buildId, bfkDebugInfo));
+    retriever.setProgressCallback(onRetriever);
+    return searchWith(&retriever)
+        ->findSymFile("meter.debug", nullptr, nullptr, nullptr, nullptr, onSearch, nullptr);
+  }
+
+  static std::string debugContent() { return vell_test::readWhole(s_program->debugFile); }
+
   std::string debugUrlPath() const { return "/buildid/" + s_program->buildId + "/debuginfo"; }
 
   static vell_test::TempDir *s_dir;
@@ -94,17 +107,11 @@ TEST_F(SearchProgressTest, NoCallbackOutsideASearch) {
 }
 
 TEST_F(SearchProgressTest, SymbolSearchProgressReachesTheHttpRetriever) {
-  const std::string debug = vell_test::readWhole(s_program->debugFile);
-  m_server.script(debugUrlPath(), {{200, debug}});
-  HttpFileRetriever retriever(options());
-  ASSERT_TRUE(retriever.addFile("meter.debug", s_program->buildId, bfkDebugInfo));
+  const std::string debug = debugContent();
   ProgressRecorder onRetriever;
-  retriever.setProgressCallback(&onRetriever);
   ProgressRecorder onSearch;
 
-  ObjectPtr<IValidFile> found =
-      searchWith(&retriever)
-          ->findSymFile("meter.debug", nullptr, nullptr, nullptr, nullptr, &onSearch, nullptr);
+  ObjectPtr<IValidFile> found = fetchDebugFile(&onRetriever, &onSearch);
 
   ASSERT_TRUE(found);
   EXPECT_EQ(debug, vell_test::readWhole(found->name()));
@@ -118,16 +125,10 @@ TEST_F(SearchProgressTest, SymbolSearchProgressReachesTheHttpRetriever) {
 }
 
 TEST_F(SearchProgressTest, WithoutASearchCallbackTheRetrieversOwnReceivesProgress) {
-  const std::string debug = vell_test::readWhole(s_program->debugFile);
-  m_server.script(debugUrlPath(), {{200, debug}});
-  HttpFileRetriever retriever(options());
-  ASSERT_TRUE(retriever.addFile("meter.debug", s_program->buildId, bfkDebugInfo));
+  const std::string debug = debugContent();
   ProgressRecorder onRetriever;
-  retriever.setProgressCallback(&onRetriever);
 
-  ObjectPtr<IValidFile> found =
-      searchWith(&retriever)
-          ->findSymFile("meter.debug", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  ObjectPtr<IValidFile> found = fetchDebugFile(&onRetriever, nullptr);
 
   ASSERT_TRUE(found);
   ASSERT_FALSE(onRetriever.names.empty());
