@@ -47,9 +47,9 @@ using vell_bench::runProcess;
 using vell_bench::secondsOf;
 
 constexpr int kLookups = 1000;
-// Helper threads of the read-ahead walk measured (the tool's default on two
-// processors).
-constexpr unsigned int kReadAheadThreads = 2;
+// Helper threads of the read-ahead walk measured unless --helpers says
+// otherwise (the tool's default on two processors).
+constexpr unsigned int kDefaultReadAheadThreads = 8;
 const char *const kMissing = "no-such-file.so";
 
 // A tree of top x middle x leaf directories with files in every leaf.
@@ -189,6 +189,7 @@ struct Options {
   std::string trees;
   std::string tool;
   bool cold = false;
+  unsigned int helpers = kDefaultReadAheadThreads;
 };
 
 void benchFileTree(const Options &options, const Shape &shape) {
@@ -206,10 +207,14 @@ void benchFileTree(const Options &options, const Shape &shape) {
   const double walk = medianSecondsOf(3, [&] { plain->findBinFile(kMissing, nullptr, nullptr, 0); });
   row("warm: plain walk, one missing name", walk, "find ROOT -name X", find);
   row("warm: plain walk, one missing name", walk, "fdfind -u -j2 -g X ROOT", fd);
-  ObjectPtr<IFileSearch> ahead = recursiveSearch(root, ObjectPtr<IDirectoryIndex>(), kReadAheadThreads);
+  const std::string helpers =
+      "read-ahead walk (" + std::to_string(options.helpers) + " helpers), one missing name";
+  const std::string aheadWarmRow = "warm: " + helpers;
+  const std::string aheadColdRow = "cold: " + helpers;
+  ObjectPtr<IFileSearch> ahead = recursiveSearch(root, ObjectPtr<IDirectoryIndex>(), options.helpers);
   const double walkAhead = medianSecondsOf(3, [&] { ahead->findBinFile(kMissing, nullptr, nullptr, 0); });
-  row("warm: read-ahead walk (2 helpers), one missing name", walkAhead, "find ROOT -name X", find);
-  row("warm: read-ahead walk (2 helpers), one missing name", walkAhead, "fdfind -u -j2 -g X ROOT", fd);
+  row(aheadWarmRow.c_str(), walkAhead, "find ROOT -name X", find);
+  row(aheadWarmRow.c_str(), walkAhead, "fdfind -u -j2 -g X ROOT", fd);
   const double build = medianSecondsOf(3, [&] { IDirectoryIndex::create()->prepare(root.c_str()); });
   row("warm: index listing (2 threads)", build, "find ROOT -name X", find);
   row("warm: index listing (2 threads)", build, "fdfind -u -j2 -g X ROOT", fd);
@@ -263,8 +268,8 @@ void benchFileTree(const Options &options, const Shape &shape) {
     const double buildCold = cold([&] { IDirectoryIndex::create()->prepare(root.c_str()); });
     row("cold: plain walk, one missing name", walkCold, "find ROOT -name X", findCold);
     row("cold: plain walk, one missing name", walkCold, "fdfind -u -j2 -g X ROOT", fdCold);
-    row("cold: read-ahead walk (2 helpers), one missing name", aheadCold, "find ROOT -name X", findCold);
-    row("cold: read-ahead walk (2 helpers), one missing name", aheadCold, "fdfind -u -j2 -g X ROOT", fdCold);
+    row(aheadColdRow.c_str(), aheadCold, "find ROOT -name X", findCold);
+    row(aheadColdRow.c_str(), aheadCold, "fdfind -u -j2 -g X ROOT", fdCold);
     row("cold: index listing (2 threads)", buildCold, "fdfind -u -j2 -g X ROOT", fdCold);
     row("cold: index listing (2 threads)", buildCold, "find ROOT -name X", findCold);
   }
@@ -300,11 +305,14 @@ int main(int argc, char **argv) {
       options.tool = argv[++i];
     else if (arg == "--cold")
       options.cold = true;
+    else if (arg == "--helpers" && i + 1 < argc)
+      options.helpers = static_cast<unsigned int>(std::stoul(argv[++i]));
     else if (arg == "--only" && i + 1 < argc)
       only.push_back(argv[++i]);
     else {
       std::fprintf(stderr,
-                   "usage: %s [--trees DIR] [--tool PATH] [--cold] [--only files-100k|files-1m|dirs-200k]\n",
+                   "usage: %s [--trees DIR] [--tool PATH] [--cold] [--helpers N]\n"
+                   "          [--only files-100k|files-1m|dirs-200k]\n",
                    argv[0]);
       return 2;
     }

@@ -72,10 +72,10 @@ const char *reasonText(extraction_error_t error) {
 
 WalkOptions toolWalkOptions(bool plainWalk) {
   WalkOptions walk;
-  // The walk waits on the file system far more than on the processor: one
-  // helper per processor, at least two.
+  // A walk starts with two helpers and adds more only while listings read
+  // from the disk, where many listings in flight pay even on few processors.
   if (!plainWalk)
-    walk.readAheadThreads = std::clamp(std::thread::hardware_concurrency(), 2u, 8u);
+    walk.readAheadThreads = std::clamp(2 * std::thread::hardware_concurrency(), 8u, 16u);
   return walk;
 }
 

@@ -11,13 +11,15 @@
 namespace VELL_2_13 {
 
 struct VELL_API WalkOptions {
-  // Helper threads that list the directories of each recursive walk ahead of
-  // it, depth first, while the searching thread walks. The search offers the
-  // same candidates in the same order, with the same observer calls, as
-  // without them; it only waits less for the file system (most of all when
-  // the directories are not in the page cache yet). The helpers start when a
-  // walk meets its first subdirectory and are joined before the walk returns,
-  // also when it ends early. 0, the default, starts no thread.
+  // The most helper threads that list the directories of each recursive walk
+  // ahead of it, depth first, while the searching thread walks. The search
+  // offers the same candidates in the same order, with the same observer
+  // calls, as without them; it only waits less for the file system (most of
+  // all when the directories are not in the page cache yet). A walk starts
+  // two helpers when it meets its first subdirectory and adds one, up to this
+  // number, each time a listing reads from the disk; every helper is joined
+  // before the walk returns, also when it ends early. 0, the default, starts
+  // no thread.
   unsigned int readAheadThreads = 0;
 };
 

@@ -3,6 +3,7 @@
 #include "vell_search/walk_read_ahead.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 
 #include <exception>
 #include <system_error>
@@ -20,7 +21,17 @@ constexpr size_t kMaxWaitingListings = 4096;
 
 } // namespace
 
-WalkReadAhead::WalkReadAhead(unsigned int threads) : m_threads(threads) {}
+uint64_t WalkReadAhead::threadBlockReads() {
+  // Counts the reads this thread submitted to a block device, file system
+  // metadata included; stays 0 where the kernel keeps no such account.
+  struct rusage usage;
+  if (::getrusage(RUSAGE_THREAD, &usage) != 0)
+    return 0;
+  return static_cast<uint64_t>(usage.ru_inblock);
+}
+
+WalkReadAhead::WalkReadAhead(unsigned int threads, BlockReadCounter blockReads)
+    : m_threads(threads), m_blockReads(blockReads) {}
 
 WalkReadAhead::~WalkReadAhead() {
   {
@@ -32,8 +43,10 @@ WalkReadAhead::~WalkReadAhead() {
     helper.join();
 }
 
-void WalkReadAhead::list(const std::string &dir, Listing &listing) {
+bool WalkReadAhead::list(const std::string &dir, Listing &listing) const {
+  const uint64_t before = m_blockReads();
   listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error);
+  return m_blockReads() != before;
 }
 
 bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories,
@@ -46,9 +59,11 @@ bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::s
     if (entry.state == State::Done) {
       Listing listing = std::move(entry.listing);
       m_entries.erase(found);
-      --m_waiting;
+      // Helpers wait only while too many listings wait for the walk.
+      const bool wasFull = m_waiting-- == kMaxWaitingListings;
       lock.unlock();
-      m_workQueued.notify_all();
+      if (wasFull)
+        m_workQueued.notify_all();
       subdirectories = std::move(listing.subdirectories);
       error = listing.error;
       return listing.listed;
@@ -60,8 +75,10 @@ bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::s
   lock.unlock();
 
   Listing listing;
-  list(dir, listing);
+  const bool fromDisk = list(dir, listing);
   lock.lock();
+  if (fromDisk && m_helpersTried)
+    startHelpers(1);
   readAheadBelow(listing);
   lock.unlock();
   subdirectories = std::move(listing.subdirectories);
@@ -72,11 +89,13 @@ bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::s
 void WalkReadAhead::readAheadBelow(const Listing &listing) {
   if (!listing.listed || listing.subdirectories.empty() || m_threads == 0)
     return;
-  if (!m_helpersTried)
-    startHelpers();
+  if (!m_helpersTried) {
+    m_helpersTried = true;
+    startHelpers(kFirstHelpers);
+  }
   if (m_helpers.empty())
     return;
-  bool queued = false;
+  size_t queued = 0;
   // Pushed last to first: the first subdirectory is listed first, as the
   // walk descends into it first.
   for (size_t i = listing.subdirectories.size(); i-- > 0;) {
@@ -85,22 +104,30 @@ void WalkReadAhead::readAheadBelow(const Listing &listing) {
     if (!m_entries.try_emplace(listing.subdirectories[i]).second)
       continue;
     m_queue.push_back(listing.subdirectories[i]);
-    queued = true;
+    ++queued;
   }
-  if (queued)
+  // One helper woken per directory queued: waking them all would have most
+  // find nothing left to do.
+  if (queued >= m_helpers.size()) {
     m_workQueued.notify_all();
+    return;
+  }
+  for (size_t i = 0; i < queued; ++i)
+    m_workQueued.notify_one();
 }
 
-void WalkReadAhead::startHelpers() {
-  m_helpersTried = true;
-  for (unsigned int i = 0; i < m_threads; ++i) {
+void WalkReadAhead::startHelpers(unsigned int count) {
+  // Once stopping, the destructor joins the helpers it has without the lock.
+  if (m_stop)
+    return;
+  for (; count > 0 && !m_helpersExhausted && m_helpers.size() < m_threads; --count) {
     try {
       m_helpers.emplace_back([this] { work(); });
       // Named for whoever looks at the process's threads.
       ::pthread_setname_np(m_helpers.back().native_handle(), READ_AHEAD_THREAD_NAME);
     } catch (const std::system_error &) {
       // No more threads to be had: the walk goes on with those it has.
-      break;
+      m_helpersExhausted = true;
     }
   }
 }
@@ -122,12 +149,20 @@ void WalkReadAhead::work() {
     lock.unlock();
     Listing listing;
     bool made = true;
+    bool fromDisk = false;
     try {
-      list(dir, listing);
+      fromDisk = list(dir, listing);
     } catch (const std::exception &) {
       made = false; // out of memory: the walk lists it itself
     }
     lock.lock();
+    if (fromDisk) {
+      try {
+        startHelpers(1);
+      } catch (const std::exception &) {
+        // Out of memory: the helpers running go on.
+      }
+    }
     // Gone when the walk came to it first and listed it itself.
     found = m_entries.find(dir);
     if (found == m_entries.end() || found->second.state != State::Listing)

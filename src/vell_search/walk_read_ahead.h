@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -24,9 +25,20 @@ constexpr const char *READ_AHEAD_THREAD_NAME = "vell-read-ahead";
 // once by inode number, and stop while too many listings wait for the walk.
 // No thread runs before the first subdirectory is met; the destructor stops
 // and joins every helper, also when the walk ends early.
+//
+// A walk starts with at most kFirstHelpers helpers and adds one, up to
+// threads, each time a listing had to read from the disk: there more
+// listings in flight pay, whereas over the page cache every extra thread only
+// takes processor time from the walk.
 class WalkReadAhead {
 public:
-  explicit WalkReadAhead(unsigned int threads);
+  static constexpr unsigned int kFirstHelpers = 2;
+
+  // Blocks the calling thread has read from storage so far.
+  using BlockReadCounter = uint64_t (*)();
+  static uint64_t threadBlockReads();
+
+  explicit WalkReadAhead(unsigned int threads, BlockReadCounter blockReads = threadBlockReads);
   ~WalkReadAhead();
   WalkReadAhead(const WalkReadAhead &) = delete;
   WalkReadAhead &operator=(const WalkReadAhead &) = delete;
@@ -53,14 +65,17 @@ private:
     Listing listing;
   };
 
-  static void list(const std::string &dir, Listing &listing);
+  // Lists dir; under no lock. True when the listing read from the disk.
+  bool list(const std::string &dir, Listing &listing) const;
   // Under the lock: queues the subdirectories of listing that no listing
   // has met yet, the first on top.
   void readAheadBelow(const Listing &listing);
-  void startHelpers();
+  // Under the lock: starts count more helpers, as far as threads allows.
+  void startHelpers(unsigned int count);
   void work();
 
   unsigned int m_threads;
+  BlockReadCounter m_blockReads;
   std::mutex m_lock;
   std::condition_variable m_workQueued; // helpers wait for work
   std::unordered_map<std::string, Entry> m_entries;
@@ -69,6 +84,7 @@ private:
   size_t m_waiting = 0; // listings made and not yet taken
   bool m_stop = false;
   bool m_helpersTried = false;
+  bool m_helpersExhausted = false; // no more threads to be had
   std::vector<std::thread> m_helpers;
 };
 

@@ -27,6 +27,7 @@
 #include "vell/search_steps.h"
 #include "vell/walk_options.h"
 #include "vell_search/files_finder.h"
+#include "vell_search/read_ahead_threads.h"
 #include "vell_search/search_callbacks_support.h"
 #include "vell_search/search_test_support.h"
 #include "vell_search/walk_read_ahead.h"
@@ -39,33 +40,8 @@ namespace fs = std::filesystem;
 namespace {
 
 using vell_test::inUnprivilegedChild;
-
-// Helper threads of read-aheads now alive in this process.
-size_t readAheadThreads() {
-  size_t count = 0;
-  for (const auto &task : fs::directory_iterator("/proc/self/task")) {
-    std::ifstream comm(task.path() / "comm");
-    std::string name;
-    std::getline(comm, name);
-    if (name == READ_AHEAD_THREAD_NAME)
-      ++count;
-  }
-  return count;
-}
-
-// The read-ahead helpers once a walk has returned. A joined thread may stay
-// listed under /proc for a moment after join returns (the kernel wakes the
-// joiner before it removes the task), so this waits up to two seconds for
-// the count to drop to zero; a helper that really outlives its walk stays.
-size_t readAheadThreadsAfterWalk() {
-  for (int attempt = 0; attempt < 200; ++attempt) {
-    const size_t count = readAheadThreads();
-    if (count == 0)
-      return 0;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return readAheadThreads();
-}
+using vell_test::readAheadThreads;
+using vell_test::readAheadThreadsAfterWalk;
 
 // Records every candidate; accepts the one numbered acceptAt (from 1; 0:
 // none), or the existing one numbered acceptExisting. Counts the read-ahead
