@@ -43,6 +43,12 @@ WalkReadAhead::~WalkReadAhead() {
     helper.join();
 }
 
+size_t WalkReadAhead::helpersStarted() const {
+  // Helpers start helpers too.
+  std::lock_guard<std::mutex> guard(m_lock);
+  return m_helpers.size();
+}
+
 bool WalkReadAhead::list(const std::string &dir, Listing &listing) const {
   const uint64_t before = m_blockReads();
   listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error);

@@ -50,7 +50,7 @@ public:
   bool take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories, int &error);
 
   // Helper threads started so far.
-  size_t helpersStarted() const { return m_helpers.size(); }
+  size_t helpersStarted() const;
 
 private:
   struct Listing {
@@ -76,7 +76,7 @@ private:
 
   unsigned int m_threads;
   BlockReadCounter m_blockReads;
-  std::mutex m_lock;
+  mutable std::mutex m_lock;
   std::condition_variable m_workQueued; // helpers wait for work
   std::unordered_map<std::string, Entry> m_entries;
   std::vector<std::string> m_queue; // a stack: the top is listed next
