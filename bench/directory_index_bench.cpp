@@ -158,28 +158,35 @@ long statusKb(const char *field) {
   return 0;
 }
 
-// Builds the index of root in a child process (a clean heap) and prints its
-// own count of bytes and the child's peak resident memory above its start.
+// Builds the index of root and prints its own count of bytes and the peak
+// resident memory of this process above its start. Run in a fresh process,
+// whose heap holds nothing of earlier measures.
+int printIndexMemory(const std::string &root, const std::string &name) {
+  const long before = statusKb("VmRSS:");
+  ObjectPtr<IDirectoryIndex> index = IDirectoryIndex::create();
+  index->prepare(root.c_str());
+  const DirectoryIndexStatistics statistics = index->statistics();
+  const long peak = statusKb("VmHWM:");
+  const long after = statusKb("VmRSS:");
+  const double files = double(statistics.entries);
+  std::printf("index of %s: %zu directories, %zu entries\n", name.c_str(), statistics.directories,
+              statistics.entries);
+  std::printf("  counted: %.1f MB (%.1f bytes per entry); resident after: %.1f MB, peak: %.1f MB above the "
+              "start (%.1f MB per 1,000,000 entries)\n",
+              double(statistics.memoryBytes) / 1e6, double(statistics.memoryBytes) / files,
+              double(after - before) / 1e3, double(peak - before) / 1e3,
+              double(peak - before) / 1e3 / files * 1e6);
+  return 0;
+}
+
+// The index's memory, measured by this program started afresh.
 void measureMemory(const std::string &root, const Shape &shape) {
   std::fflush(stdout);
   const pid_t child = ::fork();
   if (child == 0) {
-    const long before = statusKb("VmRSS:");
-    ObjectPtr<IDirectoryIndex> index = IDirectoryIndex::create();
-    index->prepare(root.c_str());
-    const DirectoryIndexStatistics statistics = index->statistics();
-    const long peak = statusKb("VmHWM:");
-    const long after = statusKb("VmRSS:");
-    const double files = double(statistics.entries);
-    std::printf("index of %s: %zu directories, %zu entries\n", shape.name, statistics.directories,
-                statistics.entries);
-    std::printf("  counted: %.1f MB (%.1f bytes per entry); resident after: %.1f MB, peak: %.1f MB above the "
-                "start (%.1f MB per 1,000,000 entries)\n",
-                double(statistics.memoryBytes) / 1e6, double(statistics.memoryBytes) / files,
-                double(after - before) / 1e3, double(peak - before) / 1e3,
-                double(peak - before) / 1e3 / files * 1e6);
-    std::fflush(stdout);
-    ::_exit(0);
+    ::execl("/proc/self/exe", "directory_index_bench", "--memory-of", root.c_str(), shape.name,
+            static_cast<char *>(nullptr));
+    ::_exit(127);
   }
   int status = 0;
   ::waitpid(child, &status, 0);
@@ -291,6 +298,8 @@ void benchDirectoryTree(const Options &options, const Shape &shape) {
 
 int main(int argc, char **argv) {
   platform::configureLogging(platform::LogLevel::Off);
+  if (argc == 4 && std::string(argv[1]) == "--memory-of")
+    return printIndexMemory(argv[2], argv[3]);
   Options options;
   const char *fromEnvironment = std::getenv("VELL_BENCH_TREES");
   options.trees = fromEnvironment && *fromEnvironment ? fromEnvironment : "/var/tmp/vell-bench-trees";
