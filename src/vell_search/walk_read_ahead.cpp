@@ -50,6 +50,11 @@ size_t WalkReadAhead::helpersStarted() const {
 }
 
 bool WalkReadAhead::list(const std::string &dir, Listing &listing) const {
+  // Once no helper can be added, the disk reads are not worth counting.
+  if (m_allHelpersStarted.load(std::memory_order_relaxed)) {
+    listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error);
+    return false;
+  }
   const uint64_t before = m_blockReads();
   listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error);
   return m_blockReads() != before;
@@ -136,6 +141,8 @@ void WalkReadAhead::startHelpers(unsigned int count) {
       m_helpersExhausted = true;
     }
   }
+  if (m_helpersExhausted || m_helpers.size() >= m_threads)
+    m_allHelpersStarted.store(true, std::memory_order_relaxed);
 }
 
 void WalkReadAhead::work() {

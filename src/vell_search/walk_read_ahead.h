@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -85,6 +86,7 @@ private:
   bool m_stop = false;
   bool m_helpersTried = false;
   bool m_helpersExhausted = false; // no more threads to be had
+  std::atomic<bool> m_allHelpersStarted{false};
   std::vector<std::thread> m_helpers;
 };
 
