@@ -95,8 +95,8 @@ bool FilesFinder::find(const char *name, ISearchResultsContainer &container) {
       const bool indexed = m_directoryIndex && DirectoryIndex::answers(bareName) &&
                            (!m_companions || m_companions->companionNames(companionNames));
       if (indexed && m_companions) {
-        if (m_directoryIndex->findRecursively(record.path, bareName, companionNames, *m_companions,
-                                              container, m_step))
+        if (m_directoryIndex->findRecursively(record.path, bareName, companionNames, *m_companions, container,
+                                              m_step))
           return true;
       } else if (indexed) {
         if (m_directoryIndex->findRecursively(record.path, bareName, container, m_step))

@@ -19,7 +19,8 @@ public:
   // searchedName: the file name the search constructs its candidates from.
   ModuleCompanions(const std::string &module, const std::string &searchedName);
 
-  bool offerCompanions(const std::string &dir, ISearchResultsContainer &container, unsigned int step) override;
+  bool offerCompanions(const std::string &dir, ISearchResultsContainer &container,
+                       unsigned int step) override;
   bool companionNames(std::vector<std::string> &names) const override;
 
   // The companions among entries, in the order they are offered.

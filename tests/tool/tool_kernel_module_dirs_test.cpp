@@ -50,7 +50,8 @@ TEST(ToolKernelModuleDirsTest, CompressedModuleInACopiedTreeByKernelNameAndRecor
   const ToolResult indexed = batch.run({"--json", "find", "--batch", "--dir", "bin:r=" + copy});
   ToolRunner unindexed;
   unindexed.setInput(input);
-  const ToolResult walked = unindexed.run({"--json", "find", "--batch", "--no-index", "--dir", "bin:r=" + copy});
+  const ToolResult walked =
+      unindexed.run({"--json", "find", "--batch", "--no-index", "--dir", "bin:r=" + copy});
   ASSERT_EQ(0, indexed.status) << indexed.err;
   ASSERT_EQ(2u, lines(indexed.out).size()) << indexed.out;
   EXPECT_NE(std::string::npos, lines(indexed.out)[0].find(module)) << indexed.out;

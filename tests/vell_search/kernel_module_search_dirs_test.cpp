@@ -154,9 +154,9 @@ TEST_F(ModuleSearchDirsTest, NoCompanionsForOtherNamesOrGuestFiles) {
 TEST_F(ModuleSearchDirsTest, IndexAndReadAheadOfferTheWalksCandidates) {
   // Several directories, some with the exact file, some with companions
   // only, one with both, and one with many spellings.
-  for (const char *file : {"a/vport-gre.ko.xz", "b/vport_gre", "b/vport_gre.ko", "b/c/vport_gre.ko.zst",
-                           "b/c/d/nothing.ko", "e/vport-gre.ko.gz", "e/vport-gre.ko", "f/g/h/vport_gre.ko.gz",
-                           "f/vport_gre"})
+  for (const char *file :
+       {"a/vport-gre.ko.xz", "b/vport_gre", "b/vport_gre.ko", "b/c/vport_gre.ko.zst", "b/c/d/nothing.ko",
+        "e/vport-gre.ko.gz", "e/vport-gre.ko", "f/g/h/vport_gre.ko.gz", "f/vport_gre"})
     tmp.write(std::string("tree/") + file);
   const std::string root = tmp.sub("tree");
   searchDir(root, true);
@@ -174,7 +174,8 @@ TEST_F(ModuleSearchDirsTest, IndexAndReadAheadOfferTheWalksCandidates) {
   tmp.write("tree/a/vport_gre.ko");
   index = IDirectoryIndex::create(DirectoryIndexOptions{0, 1});
   directoryIndex = dynamic_cast<DirectoryIndex *>(index.get());
-  EXPECT_EQ(existing(candidates("vport_gre", false)), existing(candidates("vport_gre", false, directoryIndex)));
+  EXPECT_EQ(existing(candidates("vport_gre", false)),
+            existing(candidates("vport_gre", false, directoryIndex)));
 }
 
 TEST_F(ModuleSearchDirsTest, IndexWalksTheDiskForNamesWithTooManySpellings) {
@@ -191,7 +192,8 @@ TEST_F(ModuleSearchDirsTest, IndexWalksTheDiskForNamesWithTooManySpellings) {
 
 TEST_F(ModuleSearchDirsTest, RealCompressedModulesFoundThroughSearchDirectories) {
   const std::string elf = smallElf();
-  const std::string xz = tmp.write("copy/kernel/net/openvswitch/vport-gre.ko.xz", compressWith("xz -1 -c", elf));
+  const std::string xz =
+      tmp.write("copy/kernel/net/openvswitch/vport-gre.ko.xz", compressWith("xz -1 -c", elf));
   const std::string zst = tmp.write("copy/kernel/fs/xfs/xfs.ko.zst", compressWith("zstd -q -c", elf));
   const std::string gz = tmp.write("copy/kernel/fs/ext4/ext4.ko.gz", compressWith("gzip -c", elf));
   const std::string root = tmp.sub("copy");
@@ -201,9 +203,9 @@ TEST_F(ModuleSearchDirsTest, RealCompressedModulesFoundThroughSearchDirectories)
 
   // Recursive: by bare name with '_' for '-', and by recorded path.
   searchDir(root, true);
-  const std::vector<ObjectPtr<IFileSearch>> searches = {createKernelAwareFileSearch(env, options),
-                                                        createKernelAwareFileSearch(env, options, index),
-                                                        createKernelAwareFileSearch(env, options, walkOptions)};
+  const std::vector<ObjectPtr<IFileSearch>> searches = {
+      createKernelAwareFileSearch(env, options), createKernelAwareFileSearch(env, options, index),
+      createKernelAwareFileSearch(env, options, walkOptions)};
   for (const ObjectPtr<IFileSearch> &search : searches) {
     EXPECT_EQ(xz, find(search, "vport_gre"));
     EXPECT_EQ(xz, find(search, "vport-gre"));
