@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -188,6 +189,54 @@ TEST_F(ModuleSearchDirsTest, IndexWalksTheDiskForNamesWithTooManySpellings) {
   const std::vector<std::string> walk = candidates(name.c_str(), false);
   EXPECT_EQ(2u, existing(walk).size());
   EXPECT_EQ(walk, candidates(name.c_str(), false, dynamic_cast<DirectoryIndex *>(index.get())));
+}
+
+TEST_F(ModuleSearchDirsTest, IndexStopsWhereTheWalkStopsWithLinksAndLoops) {
+  for (const char *file : {"a/vport-gre.ko.xz", "a/b/vport_gre", "a/b/vport_gre.ko.zst", "c/vport_gre.ko",
+                           "c/d/vport-gre.ko", "c/d/vport_gre.ko.gz"})
+    tmp.write(std::string("tree/") + file);
+  const std::string root = tmp.sub("tree");
+  ASSERT_EQ(0, ::symlink((root + "/a").c_str(), (root + "/c/d/back").c_str()));
+  ASSERT_EQ(0, ::symlink((root + "/c").c_str(), (root + "/a/b/loop").c_str()));
+  ModuleCompanions companions("vport_gre", "vport_gre");
+  ObjectPtr<IDirectoryIndex> index = IDirectoryIndex::create();
+  DirectoryIndex *directoryIndex = dynamic_cast<DirectoryIndex *>(index.get());
+  ASSERT_NE(nullptr, directoryIndex);
+  std::vector<std::string> names;
+  ASSERT_TRUE(companions.companionNames(names));
+  EXPECT_EQ(
+      std::vector<std::string>({"vport_gre.ko", "vport_gre.ko.xz", "vport_gre.ko.zst", "vport_gre.ko.gz",
+                                "vport-gre.ko", "vport-gre.ko.xz", "vport-gre.ko.zst", "vport-gre.ko.gz"}),
+      names);
+  // Accept the n-th existing candidate: both stop there, having offered the
+  // same existing candidates before it.
+  size_t total = 0;
+  for (size_t acceptAt = 0; acceptAt <= 8; ++acceptAt) {
+    std::vector<std::string> offered[2];
+    bool stopped[2] = {false, false};
+    for (int indexed = 0; indexed < 2; ++indexed) {
+      RecordingContainer container;
+      size_t seen = 0;
+      container.acceptIf = [&](const std::string &path) { return exists(path) && ++seen == acceptAt; };
+      if (indexed) {
+        stopped[indexed] =
+            directoryIndex->findRecursively(root, "vport_gre", names, companions, container, ssSystemDirs);
+      } else {
+        FilesFinder walker(ssSystemDirs, nullptr);
+        walker.setCompanionFiles(&companions);
+        stopped[indexed] = walker.findRecursively(root, "vport_gre", container);
+      }
+      offered[indexed] = existing(container.paths());
+    }
+    EXPECT_EQ(offered[0], offered[1]) << acceptAt;
+    EXPECT_EQ(stopped[0], stopped[1]) << acceptAt;
+    if (acceptAt == 0) {
+      total = offered[0].size();
+    } else {
+      EXPECT_EQ(acceptAt <= total, stopped[0]) << acceptAt;
+    }
+  }
+  EXPECT_EQ(6u, total);
 }
 
 TEST_F(ModuleSearchDirsTest, RealCompressedModulesFoundThroughSearchDirectories) {
