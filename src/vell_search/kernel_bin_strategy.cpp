@@ -56,6 +56,10 @@ std::string moduleNameOf(const std::string &name) {
 // listed for an index (2^8 spellings with 4 suffixes each at most).
 constexpr size_t kMaxSpellingPositions = 8;
 
+// Up to this many possible companion names (a name with at most two '-' or
+// '_') are queried one by one; more are found by listing the directory.
+constexpr size_t kMaxQueriedNames = 16;
+
 // The suffixes of a module file in the order its forms are offered.
 const char *const kModuleFileSuffixes[] = {".ko", ".ko.xz", ".ko.zst", ".ko.gz"};
 
@@ -143,7 +147,15 @@ bool findModuleFiles(const std::string &dir, const std::string &module, bool com
 }
 
 ModuleCompanions::ModuleCompanions(const std::string &module, const std::string &searchedName)
-    : m_module(module), m_searchedName(searchedName) {}
+    : m_module(module), m_searchedName(searchedName) {
+  // A few possible names are cheaper to query one by one than a listing of
+  // every directory; the order they are queried in is the order offered.
+  std::vector<std::string> names;
+  if (!m_module.empty() && companionNames(names) && names.size() <= kMaxQueriedNames) {
+    m_queried = companionsAmong(names);
+    m_query = true;
+  }
+}
 
 std::vector<std::string> ModuleCompanions::companionsAmong(const std::vector<std::string> &entries) const {
   struct Companion {
@@ -177,18 +189,29 @@ std::vector<std::string> ModuleCompanions::companionsAmong(const std::vector<std
 
 bool ModuleCompanions::offerCompanions(const std::string &dir, ISearchResultsContainer &container,
                                        unsigned int step) {
-  const walker::ScopedFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const walker::ScopedFd fd(::open(dir.c_str(), (m_query ? O_PATH : O_RDONLY) | O_DIRECTORY | O_CLOEXEC));
   if (fd.get() < 0)
     return false;
-  // Only the entries that may be module files are kept from the listing.
-  std::vector<std::string> entries;
-  walker::readEntries(fd.get(), [&](const char *name, unsigned char) {
-    if (isModuleFileOf(name, m_module, true, true))
-      entries.push_back(name);
-    return true;
-  });
+  std::vector<std::string> present;
+  if (m_query) {
+    // Every possible name in its order, present when the directory has such
+    // an entry (of any type, as a listing would show it).
+    struct stat st;
+    for (const std::string &name : m_queried)
+      if (::fstatat(fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+        present.push_back(name);
+  } else {
+    // Only the entries that may be module files are kept from the listing.
+    std::vector<std::string> entries;
+    walker::readEntries(fd.get(), [&](const char *name, unsigned char) {
+      if (isModuleFileOf(name, m_module, true, true))
+        entries.push_back(name);
+      return true;
+    });
+    present = companionsAmong(entries);
+  }
   const boost::filesystem::path base(dir);
-  for (const std::string &name : companionsAmong(entries)) {
+  for (const std::string &name : present) {
     // Try <dir>/<module file>: the module installed compressed, or named
     // with '-' where the kernel reports '_' (or the other way round).
     if (container.validateAndAdd((base / name).string().c_str(), step))

@@ -29,6 +29,10 @@ public:
 private:
   std::string m_module;
   std::string m_searchedName;
+  // Whether the directory is asked for each of m_queried (every possible
+  // companion, in the order offered) instead of being listed.
+  bool m_query = false;
+  std::vector<std::string> m_queried;
 };
 
 class KernelAwareBinStrategy : public BinFileSearchStrategy {

@@ -118,6 +118,29 @@ TEST_F(ModuleSearchDirsTest, CompanionsFollowEachDirectorysCandidateInTheDocumen
   EXPECT_EQ(plain, candidates("vport_gre", false));
 }
 
+TEST_F(ModuleSearchDirsTest, NameWithManySpellingsKeepsTheOrderWhenTheDirectoryIsListed) {
+  // Three '-' or '_' make 32 possible names: the directory is listed.
+  const std::string dir = tmp.mkdir("copy");
+  for (const char *file : {"a_b_c_d.ko.xz", "a-b-c-d.ko", "a_b-c_d.ko.gz", "a_b-c_d.ko", "a_b-c_d.ko.bz2",
+                           "a_b-c_d_e.ko", "a_b-c_d.ko.zst"})
+    tmp.write(std::string("copy/") + file);
+  searchDir(dir, false);
+  const std::vector<std::string> expected = {
+      dir + "/a_b-c_d",       dir + "/a_b-c_d.ko", dir + "/a_b-c_d.ko.zst",
+      dir + "/a_b-c_d.ko.gz", dir + "/a-b-c-d.ko", dir + "/a_b_c_d.ko.xz",
+  };
+  EXPECT_EQ(expected, candidates("a_b-c_d", false));
+  ModuleCompanions companions("a_b-c_d", "a_b-c_d");
+  std::vector<std::string> names;
+  ASSERT_TRUE(companions.companionNames(names));
+  EXPECT_EQ(32u, names.size());
+  // The module's own file as searched is not offered again.
+  const std::vector<std::string> fromFile = {dir + "/a_b-c_d.ko", dir + "/a_b-c_d.ko.zst",
+                                             dir + "/a_b-c_d.ko.gz", dir + "/a-b-c-d.ko",
+                                             dir + "/a_b_c_d.ko.xz"};
+  EXPECT_EQ(fromFile, candidates("a_b-c_d.ko", false));
+}
+
 TEST_F(ModuleSearchDirsTest, RecordedPathOffersCompanionsInEachTailLookUp) {
   tmp.write("copy/kernel/net/openvswitch/vport-gre.ko.xz");
   tmp.write("copy/vport_gre.ko");
