@@ -89,11 +89,32 @@ struct KernelSearchOptions {
   // A module is also looked for as .ko.xz, .ko.zst and .ko.gz, and its name
   // matches with '-' and '_' taken as the same character (the kernel reports
   // vport-gre.ko as vport_gre).
+  // This holds in the host's search directories too, when the name searched
+  // is a module's (a bare name such as vport_gre, or a file name or path
+  // ending in .ko, .ko.xz, .ko.zst or .ko.gz). In every directory those
+  // steps look in (each tail look-up under a directory and each directory of
+  // a recursive walk) the candidate of the plain search comes first; right
+  // after it come the module's files that exist in that directory:
+  //   1. those with the name as searched, in the order .ko, .ko.xz, .ko.zst,
+  //      .ko.gz (vport_gre.ko, vport_gre.ko.xz, ...);
+  //   2. those whose name differs only in '-' and '_', the spellings in byte
+  //      order, each in the same order of suffixes (vport-gre.ko, ...).
+  // The candidate itself is not offered twice. A recursive walk helped by
+  // read-ahead threads offers the same candidates in the same order, one
+  // answered by a directory index those of them that exist, in the same
+  // order (as for any name); a module name with more than 8 '-' or '_'
+  // has too many spellings to look up in an index, and its recursive search
+  // directories are then walked on the disk. Guest files ("[guest]") get no
+  // further candidates. The module's files cost, in each directory looked
+  // in (with an index, only in those that hold one), a query of each
+  // possible name when there are at most 16 (a name with at most two '-'
+  // or '_'), else one listing of the directory.
   bool compressedModules = true;
-  // Which file the host gets for a compressed module: false, the compressed
-  // file as found (its name ends in .xz, .zst or .gz); true, an ELF copy
-  // decompressed into <cache root>/module_cache/<md5 of the compressed
-  // file>/<name>.ko, made once and reused like an extracted kernel image.
+  // Which file the host gets for a compressed module, wherever it was
+  // found: false, the compressed file as found (its name ends in .xz, .zst
+  // or .gz); true, an ELF copy decompressed into <cache root>/module_cache/
+  // <md5 of the compressed file>/<name>.ko, made once and reused like an
+  // extracted kernel image.
   bool decompressModules = false;
   // A directory that holds a copy of the recorded system's files (its boot/,
   // lib/modules/ and usr/lib/debug/). When set, the kernel image and modules

@@ -98,33 +98,33 @@ DirectoryIndexStatistics DirectoryIndex::statistics() const {
   return result;
 }
 
-bool DirectoryIndex::findRecursively(const std::string &root, const std::string &fileName,
-                                     ISearchResultsContainer &container, unsigned int step) {
+template <class Read> bool DirectoryIndex::readTree(const std::string &root, Read &&read) {
   std::shared_ptr<Tree> tree = treeOf(root);
-  // The candidates are copied out under the lock and offered after it: the
-  // container runs host callbacks, which may search through this index.
-  std::vector<std::string> candidates;
-  bool listed = false;
   {
     std::shared_lock<std::shared_mutex> shared(tree->lock);
     if (!due(*tree)) {
-      listed = true;
-      std::vector<const std::string *> directories;
-      tree->tree.directoriesHolding(fileName, directories);
-      for (const std::string *directory : directories)
-        candidates.push_back((boost::filesystem::path(*directory) / fileName).string());
+      read(tree->tree);
+      return true;
     }
   }
-  if (!listed) {
-    std::unique_lock<std::shared_mutex> exclusive(tree->lock);
-    listed = bringUpToDate(*tree, root, false);
-    if (listed) {
-      std::vector<const std::string *> directories;
-      tree->tree.directoriesHolding(fileName, directories);
-      for (const std::string *directory : directories)
-        candidates.push_back((boost::filesystem::path(*directory) / fileName).string());
-    }
-  }
+  std::unique_lock<std::shared_mutex> exclusive(tree->lock);
+  if (!bringUpToDate(*tree, root, false))
+    return false;
+  read(tree->tree);
+  return true;
+}
+
+bool DirectoryIndex::findRecursively(const std::string &root, const std::string &fileName,
+                                     ISearchResultsContainer &container, unsigned int step) {
+  // The candidates are copied out under the lock and offered after it: the
+  // container runs host callbacks, which may search through this index.
+  std::vector<std::string> candidates;
+  const bool listed = readTree(root, [&](const index::DirectoryTree &tree) {
+    std::vector<const std::string *> directories;
+    tree.directoriesHolding(fileName, directories);
+    for (const std::string *directory : directories)
+      candidates.push_back((boost::filesystem::path(*directory) / fileName).string());
+  });
   if (!listed) {
     // No directory there: the plain walk says what becomes of such a root.
     FilesFinder walker(step, nullptr);
@@ -133,6 +133,49 @@ bool DirectoryIndex::findRecursively(const std::string &root, const std::string 
   for (const std::string &candidate : candidates)
     if (container.validateAndAdd(candidate.c_str(), step))
       return true;
+  return false;
+}
+
+bool DirectoryIndex::findRecursively(const std::string &root, const std::string &fileName,
+                                     const std::vector<std::string> &companionNames,
+                                     ICompanionFiles &companions, ISearchResultsContainer &container,
+                                     unsigned int step) {
+  struct Directory {
+    std::string path;
+    bool holdsName;
+  };
+  std::vector<Directory> directories;
+  const bool listed = readTree(root, [&](const index::DirectoryTree &tree) {
+    std::vector<const std::string *> holding;
+    tree.directoriesHolding(fileName, holding);
+    std::vector<const std::string *> withCompanions;
+    tree.directoriesHoldingAny(companionNames, withCompanions);
+    // Both lists are in walk order, and their pointers identify directories.
+    auto nextHolding = holding.begin();
+    for (const std::string *directory : withCompanions) {
+      while (nextHolding != holding.end() && *nextHolding < directory)
+        directories.push_back(Directory{**nextHolding++, true});
+      const bool holds = nextHolding != holding.end() && *nextHolding == directory;
+      if (holds)
+        ++nextHolding;
+      directories.push_back(Directory{*directory, holds});
+    }
+    for (; nextHolding != holding.end(); ++nextHolding)
+      directories.push_back(Directory{**nextHolding, true});
+  });
+  if (!listed) {
+    FilesFinder walker(step, nullptr);
+    walker.setCompanionFiles(&companions);
+    return walker.findRecursively(root, fileName, container);
+  }
+  for (const Directory &directory : directories) {
+    // The walk's candidate of this directory, then its companions.
+    if (directory.holdsName &&
+        container.validateAndAdd((boost::filesystem::path(directory.path) / fileName).string().c_str(), step))
+      return true;
+    if (companions.offerCompanions(directory.path, container, step))
+      return true;
+  }
   return false;
 }
 

@@ -7,12 +7,15 @@
 #include <shared_mutex>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "vell/directory_index.h"
 #include "vell_index/directory_tree.h"
 #include "vell_search/search_interfaces.h"
 
 namespace VELL_2_13 {
+
+class ICompanionFiles;
 
 class DirectoryIndex : public RefCountImpl<IDirectoryIndex> {
 public:
@@ -31,6 +34,13 @@ public:
   bool findRecursively(const std::string &root, const std::string &fileName,
                        ISearchResultsContainer &container, unsigned int step);
 
+  // As above, and in every directory of the walk that may hold one of
+  // companionNames the companions are offered right after the candidate
+  // there (or where it would be), as the walk with companions offers them.
+  bool findRecursively(const std::string &root, const std::string &fileName,
+                       const std::vector<std::string> &companionNames, ICompanionFiles &companions,
+                       ISearchResultsContainer &container, unsigned int step);
+
 private:
   struct Tree {
     mutable std::shared_mutex lock;
@@ -41,6 +51,9 @@ private:
   // Under the tree's exclusive lock: checks it when it is due.
   bool bringUpToDate(Tree &tree, const std::string &root, bool force);
   bool due(const Tree &tree) const;
+  // Calls read(tree) under the tree's lock once the tree of root is up to
+  // date; false (read not called) when root cannot be listed.
+  template <class Read> bool readTree(const std::string &root, Read &&read);
 
   DirectoryIndexOptions m_options;
   unsigned int m_threads;

@@ -151,10 +151,8 @@ void DirectoryTree::buildBuckets() {
     m_bucketStarts[bucket] += m_bucketStarts[bucket - 1];
 }
 
-void DirectoryTree::directoriesHolding(const std::string &name,
-                                       std::vector<const std::string *> &paths) const {
-  paths.clear();
-  const uint64_t hash = nameHash(name);
+template <class OnPosition>
+void DirectoryTree::forEachPositionHolding(uint64_t hash, OnPosition &&onPosition) const {
   auto posting = m_postings.end();
   if (!m_bucketStarts.empty()) {
     const size_t bucket = bucketOf(hash);
@@ -171,13 +169,31 @@ void DirectoryTree::directoriesHolding(const std::string &name,
     const uint32_t fromPosting = hasPosting ? posting->position : UINT32_MAX;
     const uint32_t fromUnlisted = hasUnlisted ? *unlisted : UINT32_MAX;
     if (fromPosting < fromUnlisted) {
-      paths.push_back(&m_walk[fromPosting].path);
+      onPosition(fromPosting);
       ++posting;
     } else {
-      paths.push_back(&m_walk[fromUnlisted].path);
+      onPosition(fromUnlisted);
       ++unlisted;
     }
   }
+}
+
+void DirectoryTree::directoriesHolding(const std::string &name,
+                                       std::vector<const std::string *> &paths) const {
+  paths.clear();
+  forEachPositionHolding(nameHash(name), [&](uint32_t position) { paths.push_back(&m_walk[position].path); });
+}
+
+void DirectoryTree::directoriesHoldingAny(const std::vector<std::string> &names,
+                                          std::vector<const std::string *> &paths) const {
+  paths.clear();
+  std::vector<uint32_t> positions;
+  for (const std::string &name : names)
+    forEachPositionHolding(nameHash(name), [&](uint32_t position) { positions.push_back(position); });
+  std::sort(positions.begin(), positions.end());
+  positions.erase(std::unique(positions.begin(), positions.end()), positions.end());
+  for (uint32_t position : positions)
+    paths.push_back(&m_walk[position].path);
 }
 
 size_t DirectoryTree::memoryBytes() const {

@@ -80,6 +80,10 @@ public:
   // The directories of the walk that may hold name (those whose listing has
   // it and those that could not be listed), in walk order.
   void directoriesHolding(const std::string &name, std::vector<const std::string *> &paths) const;
+  // The directories of the walk that may hold any of names, in walk order,
+  // each once.
+  void directoriesHoldingAny(const std::vector<std::string> &names,
+                             std::vector<const std::string *> &paths) const;
 
   bool valid() const { return m_valid; }
   std::chrono::steady_clock::time_point lastCheck() const { return m_lastCheck; }
@@ -90,6 +94,9 @@ public:
   size_t memoryBytes() const;
 
 private:
+  // Calls onPosition with the walk position of every directory that may
+  // hold the name of hash, in walk order.
+  template <class OnPosition> void forEachPositionHolding(uint64_t hash, OnPosition &&onPosition) const;
   void buildWalk(uint32_t rootListing);
   void buildPostings();
   void buildBuckets();

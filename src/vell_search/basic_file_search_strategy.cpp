@@ -82,6 +82,7 @@ bool BasicFileSearchStrategy::searchDirPass(const ObjectPtr<ISearchDirIterator> 
                                             ISearchResultsContainer &container) {
   FilesFinder finder(highPriority ? ssHighPrioritySearchDirs : ssLowPrioritySearchDirs, this);
   configureWalk(finder);
+  finder.setCompanionFiles(searchDirCompanions());
   if (dirs) {
     dirs->reset();
     const char *name = nullptr;

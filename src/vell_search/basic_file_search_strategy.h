@@ -42,6 +42,9 @@ protected:
   DirectoryIndex *directoryIndex() const { return m_directoryIndex; }
   // Gives finder the index and the read-ahead of this strategy's walks.
   void configureWalk(FilesFinder &finder) const;
+  // What the search-directory steps offer in each directory besides the
+  // name (FilesFinder::setCompanionFiles); none by default.
+  virtual ICompanionFiles *searchDirCompanions() { return nullptr; }
 
 private:
   bool findInSearchDirs(ISearchResultsContainer &container, bool highPriority);

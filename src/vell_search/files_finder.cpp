@@ -91,7 +91,14 @@ bool FilesFinder::find(const char *name, ISearchResultsContainer &container) {
     if (record.recursive) {
       m_visitedDirectories.clear();
       const std::string bareName = boost::filesystem::path(fileName).filename().string();
-      if (m_directoryIndex && DirectoryIndex::answers(bareName)) {
+      std::vector<std::string> companionNames;
+      const bool indexed = m_directoryIndex && DirectoryIndex::answers(bareName) &&
+                           (!m_companions || m_companions->companionNames(companionNames));
+      if (indexed && m_companions) {
+        if (m_directoryIndex->findRecursively(record.path, bareName, companionNames, *m_companions, container,
+                                              m_step))
+          return true;
+      } else if (indexed) {
         if (m_directoryIndex->findRecursively(record.path, bareName, container, m_step))
           return true;
       } else if (findRecursively(record.path, bareName, container)) {
@@ -110,7 +117,10 @@ bool FilesFinder::findIteratively(const std::string &dir, const std::string &nam
     boost::filesystem::path candidate(dir);
     for (auto element = start; element != namePath.end(); ++element)
       candidate /= *element;
-    if (container.validateAndAdd(candidate.lexically_normal().string().c_str(), m_step))
+    const boost::filesystem::path normal = candidate.lexically_normal();
+    if (container.validateAndAdd(normal.string().c_str(), m_step))
+      return true;
+    if (m_companions && m_companions->offerCompanions(normal.parent_path().string(), container, m_step))
       return true;
   }
   return false;
@@ -151,6 +161,8 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
 
   if (!S_ISDIR(st.st_mode))
     return false;
+  if (m_companions && m_companions->offerCompanions(dir, container, m_step))
+    return true;
   std::vector<std::string> subdirectories;
   int error = 0;
   const bool listed = m_readAhead ? m_readAhead->take(dir, st.st_ino, subdirectories, error)

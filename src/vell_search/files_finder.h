@@ -33,6 +33,24 @@ protected:
   ~ISearchDirectoryFindCallback() = default;
 };
 
+// Further files a search offers in a directory it looks in, right after the
+// candidate it constructs for that directory (the kernel-aware search's
+// compressed modules and '-'/'_' spellings of a module's name).
+class ICompanionFiles {
+public:
+  // Offers the companions that exist in dir, in their order, with step; true
+  // as soon as the container accepts one.
+  virtual bool offerCompanions(const std::string &dir, ISearchResultsContainer &container,
+                               unsigned int step) = 0;
+  // Every entry name that gives a directory a companion, for a directory
+  // index to find the directories to look in; false when they are too many
+  // to list (recursive directories are then walked).
+  virtual bool companionNames(std::vector<std::string> &names) const = 0;
+
+protected:
+  ~ICompanionFiles() = default;
+};
+
 // Walks its directories for one name; every candidate goes to the container
 // with the finder's step number, and the first accepted one ends the walk.
 class FilesFinder : public ISearchDirectoryContainer {
@@ -60,6 +78,10 @@ public:
   // directories ahead of them; the candidates, their order and the observer
   // calls stay those of the walk on one thread. 0 (the default) starts none.
   void setReadAheadThreads(unsigned int threads) { m_readAheadThreads = threads; }
+  // Each directory looked in (tail look-ups and every directory of a
+  // recursive walk) also offers the companions of the name after its
+  // candidate. Null (the default) offers none. Not owned.
+  void setCompanionFiles(ICompanionFiles *companions) { m_companions = companions; }
 
 private:
   struct search_dir {
@@ -72,6 +94,7 @@ private:
   ISearchDirectoryFindCallback *m_findCallback;
   DirectoryIndex *m_directoryIndex = nullptr;
   unsigned int m_readAheadThreads = 0;
+  ICompanionFiles *m_companions = nullptr;
   // The read-ahead of the walk under way, owned by its outermost call.
   WalkReadAhead *m_readAhead = nullptr;
   // Inode numbers of the directories entered by the recursive walk; a hash

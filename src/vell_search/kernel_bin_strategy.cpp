@@ -2,6 +2,7 @@
 #include "vell_search/kernel_bin_strategy.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <boost/filesystem/path.hpp>
 
 #include "vell/file_search.h"
+#include "vell_search/directory_reader.h"
 #include "vell_search/host_kernel_release.h"
 
 namespace VELL_2_13 {
@@ -48,6 +50,31 @@ std::string moduleNameOf(const std::string &name) {
   if (endsWith(file, kModuleSuffix) && file.size() > 3)
     return file.substr(0, file.size() - 3);
   return std::string();
+}
+
+// Beyond this many '-' and '_' in a module's name its spellings are not
+// listed for an index (2^8 spellings with 4 suffixes each at most).
+constexpr size_t kMaxSpellingPositions = 8;
+
+// Up to this many possible companion names (a name with at most two '-' or
+// '_') are queried one by one; more are found by listing the directory.
+constexpr size_t kMaxQueriedNames = 16;
+
+// The suffixes of a module file in the order its forms are offered.
+const char *const kModuleFileSuffixes[] = {".ko", ".ko.xz", ".ko.zst", ".ko.gz"};
+
+// Splits a module file name into its stem and the rank of its suffix in
+// kModuleFileSuffixes; false for any other name.
+bool splitModuleFile(const std::string &entry, std::string &stem, size_t &rank) {
+  for (size_t i = 0; i < sizeof(kModuleFileSuffixes) / sizeof(kModuleFileSuffixes[0]); ++i) {
+    const std::string suffix = kModuleFileSuffixes[i];
+    if (entry.size() > suffix.size() && endsWith(entry, suffix)) {
+      stem = entry.substr(0, entry.size() - suffix.size());
+      rank = i;
+      return true;
+    }
+  }
+  return false;
 }
 
 struct DirectoryWalk {
@@ -119,12 +146,112 @@ bool findModuleFiles(const std::string &dir, const std::string &module, bool com
   return walk.walk(dir);
 }
 
+ModuleCompanions::ModuleCompanions(const std::string &module, const std::string &searchedName)
+    : m_module(module), m_searchedName(searchedName) {
+  // A few possible names are cheaper to query one by one than a listing of
+  // every directory; the order they are queried in is the order offered.
+  std::vector<std::string> names;
+  if (!m_module.empty() && companionNames(names) && names.size() <= kMaxQueriedNames) {
+    m_queried = companionsAmong(names);
+    m_query = true;
+  }
+}
+
+std::vector<std::string> ModuleCompanions::companionsAmong(const std::vector<std::string> &entries) const {
+  struct Companion {
+    bool otherSpelling;
+    std::string stem;
+    size_t rank;
+    std::string name;
+    bool operator<(const Companion &other) const {
+      if (otherSpelling != other.otherSpelling)
+        return !otherSpelling;
+      if (stem != other.stem)
+        return stem < other.stem;
+      return rank < other.rank;
+    }
+  };
+  std::vector<Companion> companions;
+  for (const std::string &entry : entries) {
+    std::string stem;
+    size_t rank = 0;
+    if (entry == m_searchedName || !isModuleFileOf(entry, m_module, true, true) ||
+        !splitModuleFile(entry, stem, rank))
+      continue;
+    companions.push_back(Companion{stem != m_module, stem, rank, entry});
+  }
+  std::sort(companions.begin(), companions.end());
+  std::vector<std::string> names;
+  for (const Companion &companion : companions)
+    names.push_back(companion.name);
+  return names;
+}
+
+bool ModuleCompanions::offerCompanions(const std::string &dir, ISearchResultsContainer &container,
+                                       unsigned int step) {
+  const walker::ScopedFd fd(::open(dir.c_str(), (m_query ? O_PATH : O_RDONLY) | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0)
+    return false;
+  std::vector<std::string> present;
+  if (m_query) {
+    // Every possible name in its order, present when the directory has such
+    // an entry (of any type, as a listing would show it).
+    struct stat st;
+    for (const std::string &name : m_queried)
+      if (::fstatat(fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+        present.push_back(name);
+  } else {
+    // Only the entries that may be module files are kept from the listing.
+    std::vector<std::string> entries;
+    walker::readEntries(fd.get(), [&](const char *name, unsigned char) {
+      if (isModuleFileOf(name, m_module, true, true))
+        entries.push_back(name);
+      return true;
+    });
+    present = companionsAmong(entries);
+  }
+  const boost::filesystem::path base(dir);
+  for (const std::string &name : present) {
+    // Try <dir>/<module file>: the module installed compressed, or named
+    // with '-' where the kernel reports '_' (or the other way round).
+    if (container.validateAndAdd((base / name).string().c_str(), step))
+      return true;
+  }
+  return false;
+}
+
+bool ModuleCompanions::companionNames(std::vector<std::string> &names) const {
+  std::vector<size_t> positions;
+  for (size_t i = 0; i < m_module.size(); ++i)
+    if (m_module[i] == '-' || m_module[i] == '_')
+      positions.push_back(i);
+  if (positions.size() > kMaxSpellingPositions)
+    return false;
+  names.clear();
+  for (size_t mask = 0; mask < (size_t(1) << positions.size()); ++mask) {
+    std::string spelling = m_module;
+    for (size_t bit = 0; bit < positions.size(); ++bit)
+      spelling[positions[bit]] = (mask >> bit) & 1 ? '-' : '_';
+    for (const char *suffix : kModuleFileSuffixes)
+      if (spelling + suffix != m_searchedName)
+        names.push_back(spelling + suffix);
+  }
+  return true;
+}
+
 KernelAwareBinStrategy::KernelAwareBinStrategy(ISearchEnv *env, const std::string &fileName,
                                                const std::string &retrievalDir, IValidator *validator,
                                                const KernelSearchOptions &options,
                                                const std::string &targetRelease)
     : BinFileSearchStrategy(env, fileName, retrievalDir, validator), m_options(options),
-      m_targetRelease(targetRelease), m_module(moduleNameOf(fileName)) {}
+      m_targetRelease(targetRelease), m_module(moduleNameOf(fileName)),
+      m_companions(m_module, boost::filesystem::path(fileName).filename().string()) {}
+
+ICompanionFiles *KernelAwareBinStrategy::searchDirCompanions() {
+  if (!m_options.compressedModules || m_module.empty())
+    return nullptr;
+  return &m_companions;
+}
 
 bool KernelAwareBinStrategy::offer(const std::string &path, unsigned int step,
                                    ISearchResultsContainer &container) {

@@ -3,11 +3,37 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "vell/kernel.h"
 #include "vell_search/bin_file_search_strategy.h"
 
 namespace VELL_2_13 {
+
+// The files of a module that a directory holds besides the name searched:
+// its compressed files and the spellings of its name with '-' and '_'
+// exchanged (the order is documented with KernelSearchOptions).
+class ModuleCompanions : public ICompanionFiles {
+public:
+  // module: the module's name as searched (no directory, no suffix);
+  // searchedName: the file name the search constructs its candidates from.
+  ModuleCompanions(const std::string &module, const std::string &searchedName);
+
+  bool offerCompanions(const std::string &dir, ISearchResultsContainer &container,
+                       unsigned int step) override;
+  bool companionNames(std::vector<std::string> &names) const override;
+
+  // The companions among entries, in the order they are offered.
+  std::vector<std::string> companionsAmong(const std::vector<std::string> &entries) const;
+
+private:
+  std::string m_module;
+  std::string m_searchedName;
+  // Whether the directory is asked for each of m_queried (every possible
+  // companion, in the order offered) instead of being listed.
+  bool m_query = false;
+  std::vector<std::string> m_queried;
+};
 
 class KernelAwareBinStrategy : public BinFileSearchStrategy {
 public:
@@ -19,6 +45,9 @@ public:
 
   bool lookUpAbsoluteName(ISearchResultsContainer &container) override;
   bool findInSystemDirs(ISearchResultsContainer &container) override;
+
+protected:
+  ICompanionFiles *searchDirCompanions() override;
 
 private:
   // Offers path when it exists.
@@ -33,6 +62,7 @@ private:
   // The module name asked for (no directory, no .ko suffix); empty when the
   // name is no module's.
   std::string m_module;
+  ModuleCompanions m_companions;
 };
 
 // Whether a directory entry is the file of module (a name without ".ko"):
