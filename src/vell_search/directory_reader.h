@@ -43,11 +43,24 @@ private:
 bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDirectory,
                    ino_t *inode = nullptr);
 
+// Entries a walk keeps from each listing besides its subdirectories, so that
+// it need not ask the directory for them again.
+class EntryFilter {
+public:
+  virtual bool keep(const char *name) const = 0;
+
+protected:
+  ~EntryFilter() = default;
+};
+
 // Collects the paths of the subdirectories of dir (links followed) in listing
-// order, with their inode numbers when inodes is not null. False, with error
-// set to the errno value, when the directory cannot be listed completely.
+// order, with their inode numbers when inodes is not null, and the names of
+// the entries of any type that filter keeps (when not null) into kept. False,
+// with error set to the errno value, when the directory cannot be listed
+// completely.
 bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories,
-                        std::vector<ino_t> *inodes, int &error);
+                        std::vector<ino_t> *inodes, int &error, const EntryFilter *filter = nullptr,
+                        std::vector<std::string> *kept = nullptr);
 
 // Calls onEntry(name, type) for every entry of the open directory fd but "."
 // and "..", in the order the file system returns them (onEntry(name, type,

@@ -43,7 +43,8 @@ bool classifyEntry(int dirFd, unsigned char type, const char *name, bool &isDire
 }
 
 bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdirectories,
-                        std::vector<ino_t> *inodes, int &error) {
+                        std::vector<ino_t> *inodes, int &error, const EntryFilter *filter,
+                        std::vector<std::string> *kept) {
   error = 0;
   const ScopedFd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (fd.get() < 0) {
@@ -52,6 +53,8 @@ bool listSubdirectories(const std::string &dir, std::vector<std::string> &subdir
   }
   const boost::filesystem::path base(dir);
   const bool complete = readEntries(fd.get(), [&](const char *name, unsigned char type, ino_t inode) {
+    if (filter && filter->keep(name))
+      kept->push_back(name);
     bool isDirectory = false;
     if (!classifyEntry(fd.get(), type, name, isDirectory, &inode))
       return false;
@@ -131,7 +134,7 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
   if (m_readAheadThreads > 0 && !m_readAhead) {
     // The outermost call of a walk owns its read-ahead, which ends with it:
     // no helper thread outlives the walk.
-    WalkReadAhead readAhead(m_readAheadThreads);
+    WalkReadAhead readAhead(m_readAheadThreads, WalkReadAhead::threadBlockReads, m_companions);
     m_readAhead = &readAhead;
     struct Detach {
       WalkReadAhead *&readAhead;
@@ -161,12 +164,20 @@ bool FilesFinder::findRecursively(const std::string &dir, const std::string &fil
 
   if (!S_ISDIR(st.st_mode))
     return false;
-  if (m_companions && m_companions->offerCompanions(dir, container, m_step))
-    return true;
   std::vector<std::string> subdirectories;
+  std::vector<std::string> companions;
   int error = 0;
-  const bool listed = m_readAhead ? m_readAhead->take(dir, st.st_ino, subdirectories, error)
-                                  : walker::listSubdirectories(dir, subdirectories, nullptr, error);
+  const bool listed = m_readAhead ? m_readAhead->take(dir, st.st_ino, subdirectories, error, &companions)
+                                  : walker::listSubdirectories(dir, subdirectories, nullptr, error,
+                                                               m_companions, &companions);
+  if (m_companions) {
+    // The name's companions here come right after its candidate, found in
+    // the listing the walk makes anyway; only a directory that cannot be
+    // listed is asked for them one by one.
+    if (listed ? m_companions->offerListed(dir, companions, container, m_step)
+               : m_companions->offerCompanions(dir, container, m_step))
+      return true;
+  }
   if (!listed) {
     if (observer)
       observer->directoryUnreadable(dir.c_str(), error);

@@ -6,6 +6,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "vell_search/directory_reader.h"
 #include "vell_search/search_interfaces.h"
 
 namespace VELL_2_13 {
@@ -36,8 +37,13 @@ protected:
 // Further files a search offers in a directory it looks in, right after the
 // candidate it constructs for that directory (the kernel-aware search's
 // compressed modules and '-'/'_' spellings of a module's name).
-class ICompanionFiles {
+class ICompanionFiles : public walker::EntryFilter {
 public:
+  // keep(name) (walker::EntryFilter) tells the entries of a listing that are
+  // companions; offerListed offers those of dir in their order, with step;
+  // true as soon as the container accepts one.
+  virtual bool offerListed(const std::string &dir, const std::vector<std::string> &entries,
+                           ISearchResultsContainer &container, unsigned int step) = 0;
   // Offers the companions that exist in dir, in their order, with step; true
   // as soon as the container accepts one.
   virtual bool offerCompanions(const std::string &dir, ISearchResultsContainer &container,

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstring>
 #include <set>
 #include <utility>
 #include <vector>
@@ -192,24 +193,45 @@ bool ModuleCompanions::offerCompanions(const std::string &dir, ISearchResultsCon
   const walker::ScopedFd fd(::open(dir.c_str(), (m_query ? O_PATH : O_RDONLY) | O_DIRECTORY | O_CLOEXEC));
   if (fd.get() < 0)
     return false;
-  std::vector<std::string> present;
-  if (m_query) {
-    // Every possible name in its order, present when the directory has such
-    // an entry (of any type, as a listing would show it).
-    struct stat st;
-    for (const std::string &name : m_queried)
-      if (::fstatat(fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
-        present.push_back(name);
-  } else {
+  if (!m_query) {
     // Only the entries that may be module files are kept from the listing.
     std::vector<std::string> entries;
     walker::readEntries(fd.get(), [&](const char *name, unsigned char) {
-      if (isModuleFileOf(name, m_module, true, true))
+      if (keep(name))
         entries.push_back(name);
       return true;
     });
-    present = companionsAmong(entries);
+    return offerListed(dir, entries, container, step);
   }
+  // Every possible name in its order, present when the directory has such an
+  // entry (of any type, as a listing would show it).
+  std::vector<std::string> present;
+  struct stat st;
+  for (const std::string &name : m_queried)
+    if (::fstatat(fd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+      present.push_back(name);
+  return offer(dir, present, container, step);
+}
+
+bool ModuleCompanions::keep(const char *name) const {
+  // Most entries of a walked tree are told apart by their length alone: a
+  // module file is the module's name (give or take '-' and '_') and a suffix.
+  const size_t length = std::strlen(name);
+  const size_t stem = m_module.size();
+  if (stem == 0 || (length != stem + 3 && length != stem + 6 && length != stem + 7))
+    return false;
+  return isModuleFileOf(name, m_module, true, true) && name != m_searchedName;
+}
+
+bool ModuleCompanions::offerListed(const std::string &dir, const std::vector<std::string> &entries,
+                                   ISearchResultsContainer &container, unsigned int step) {
+  if (entries.empty())
+    return false;
+  return offer(dir, companionsAmong(entries), container, step);
+}
+
+bool ModuleCompanions::offer(const std::string &dir, const std::vector<std::string> &present,
+                             ISearchResultsContainer &container, unsigned int step) {
   const boost::filesystem::path base(dir);
   for (const std::string &name : present) {
     // Try <dir>/<module file>: the module installed compressed, or named

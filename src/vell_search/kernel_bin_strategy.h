@@ -21,12 +21,19 @@ public:
 
   bool offerCompanions(const std::string &dir, ISearchResultsContainer &container,
                        unsigned int step) override;
+  bool keep(const char *name) const override;
+  bool offerListed(const std::string &dir, const std::vector<std::string> &entries,
+                   ISearchResultsContainer &container, unsigned int step) override;
   bool companionNames(std::vector<std::string> &names) const override;
 
   // The companions among entries, in the order they are offered.
   std::vector<std::string> companionsAmong(const std::vector<std::string> &entries) const;
 
 private:
+  // Offers dir/<name> for each of present, in order.
+  static bool offer(const std::string &dir, const std::vector<std::string> &present,
+                    ISearchResultsContainer &container, unsigned int step);
+
   std::string m_module;
   std::string m_searchedName;
   // Whether the directory is asked for each of m_queried (every possible

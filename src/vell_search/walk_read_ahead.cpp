@@ -30,8 +30,9 @@ uint64_t WalkReadAhead::threadBlockReads() {
   return static_cast<uint64_t>(usage.ru_inblock);
 }
 
-WalkReadAhead::WalkReadAhead(unsigned int threads, BlockReadCounter blockReads)
-    : m_threads(threads), m_blockReads(blockReads) {}
+WalkReadAhead::WalkReadAhead(unsigned int threads, BlockReadCounter blockReads,
+                             const walker::EntryFilter *filter)
+    : m_threads(threads), m_blockReads(blockReads), m_filter(filter) {}
 
 WalkReadAhead::~WalkReadAhead() {
   {
@@ -52,16 +53,18 @@ size_t WalkReadAhead::helpersStarted() const {
 bool WalkReadAhead::list(const std::string &dir, Listing &listing) const {
   // Once no helper can be added, the disk reads are not worth counting.
   if (m_allHelpersStarted.load(std::memory_order_relaxed)) {
-    listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error);
+    listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error,
+                                                m_filter, &listing.kept);
     return false;
   }
   const uint64_t before = m_blockReads();
-  listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error);
+  listing.listed = walker::listSubdirectories(dir, listing.subdirectories, &listing.inodes, listing.error,
+                                              m_filter, &listing.kept);
   return m_blockReads() != before;
 }
 
 bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories,
-                         int &error) {
+                         int &error, std::vector<std::string> *kept) {
   std::unique_lock<std::mutex> lock(m_lock);
   m_seen.insert(inode);
   auto found = m_entries.find(dir);
@@ -76,6 +79,8 @@ bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::s
       if (wasFull)
         m_workQueued.notify_all();
       subdirectories = std::move(listing.subdirectories);
+      if (kept)
+        *kept = std::move(listing.kept);
       error = listing.error;
       return listing.listed;
     }
@@ -93,6 +98,8 @@ bool WalkReadAhead::take(const std::string &dir, ino_t inode, std::vector<std::s
   readAheadBelow(listing);
   lock.unlock();
   subdirectories = std::move(listing.subdirectories);
+  if (kept)
+    *kept = std::move(listing.kept);
   error = listing.error;
   return listing.listed;
 }

@@ -16,6 +16,10 @@
 
 namespace VELL_2_13 {
 
+namespace walker {
+class EntryFilter;
+} // namespace walker
+
 // The name of every helper thread of a read-ahead.
 constexpr const char *READ_AHEAD_THREAD_NAME = "vell-read-ahead";
 
@@ -39,7 +43,10 @@ public:
   using BlockReadCounter = uint64_t (*)();
   static uint64_t threadBlockReads();
 
-  explicit WalkReadAhead(unsigned int threads, BlockReadCounter blockReads = threadBlockReads);
+  // filter: the entries every listing keeps besides the subdirectories (see
+  // walker::listSubdirectories); null keeps none. Not owned.
+  explicit WalkReadAhead(unsigned int threads, BlockReadCounter blockReads = threadBlockReads,
+                         const walker::EntryFilter *filter = nullptr);
   ~WalkReadAhead();
   WalkReadAhead(const WalkReadAhead &) = delete;
   WalkReadAhead &operator=(const WalkReadAhead &) = delete;
@@ -48,7 +55,9 @@ public:
   // helper's when one has made it, else read on the calling thread (which
   // never waits for a helper). False with error set (an errno value) when dir cannot be listed
   // completely. The subdirectories are then read ahead.
-  bool take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories, int &error);
+  // The names of the entries the filter kept go to kept when not null.
+  bool take(const std::string &dir, ino_t inode, std::vector<std::string> &subdirectories, int &error,
+            std::vector<std::string> *kept = nullptr);
 
   // Helper threads started so far.
   size_t helpersStarted() const;
@@ -59,6 +68,7 @@ private:
     int error = 0;
     std::vector<std::string> subdirectories;
     std::vector<ino_t> inodes;
+    std::vector<std::string> kept;
   };
   enum class State { Queued, Listing, Done };
   struct Entry {
@@ -77,6 +87,7 @@ private:
 
   unsigned int m_threads;
   BlockReadCounter m_blockReads;
+  const walker::EntryFilter *m_filter;
   mutable std::mutex m_lock;
   std::condition_variable m_workQueued; // helpers wait for work
   std::unordered_map<std::string, Entry> m_entries;
