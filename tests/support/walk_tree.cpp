@@ -39,8 +39,8 @@ ObjectPtr<IEditableSearchEnv> recursiveSearchEnv(const std::string &dir, bool hi
   return env;
 }
 
-void collectValidFiles(TestFilesFound &found, std::vector<std::string> &collected) {
-  found.chooser = [&collected](IValidFileIterator &files) {
+CollectingSearchEnv::CollectingSearchEnv(const std::string &dir, bool highPriority) {
+  found.chooser = [this](IValidFileIterator &files) {
     collected.clear();
     files.reset();
     ObjectPtr<IValidFile> first;
@@ -51,6 +51,7 @@ void collectValidFiles(TestFilesFound &found, std::vector<std::string> &collecte
     }
     return first;
   };
+  env = recursiveSearchEnv(dir, highPriority, found);
 }
 
 std::string nameOf(const ObjectPtr<IValidFile> &file) { return file ? std::string(file->name()) : ""; }

@@ -28,9 +28,18 @@ void limitTreeForOthers(const std::string &root, const std::string &searchOnly, 
 VELL_2_13::ObjectPtr<VELL_2_13::IEditableSearchEnv>
 recursiveSearchEnv(const std::string &dir, bool highPriority, TestFilesFound &found);
 
-// Makes found put the names of all the valid files of each search into
-// collected (emptied first) and answer the first of them.
-void collectValidFiles(TestFilesFound &found, std::vector<std::string> &collected);
+// A recursiveSearchEnv whose files-found callback puts the names of all the
+// valid files of each search into collected (emptied first) and answers the
+// first of them.
+struct CollectingSearchEnv {
+  CollectingSearchEnv(const std::string &dir, bool highPriority);
+  CollectingSearchEnv(const CollectingSearchEnv &) = delete;
+  CollectingSearchEnv &operator=(const CollectingSearchEnv &) = delete;
+
+  std::vector<std::string> collected;
+  TestFilesFound found;
+  VELL_2_13::ObjectPtr<VELL_2_13::IEditableSearchEnv> env;
+};
 
 // The file's name, or "" for none.
 std::string nameOf(const VELL_2_13::ObjectPtr<VELL_2_13::IValidFile> &file);

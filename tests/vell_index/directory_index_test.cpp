@@ -265,23 +265,20 @@ TEST(DirectoryIndexTest, IndexedFileSearchFindsTheSameFilesInTheSameOrder) {
   TempDir dir;
   buildTree(dir);
   fs::create_directory_symlink(dir.sub("root"), dir.sub("root/a/b/up"));
-  std::vector<std::string> collected;
-  vell_test::TestFilesFound found;
-  vell_test::collectValidFiles(found, collected);
-  ObjectPtr<IEditableSearchEnv> env = vell_test::recursiveSearchEnv(dir.sub("root"), true, found);
+  vell_test::CollectingSearchEnv search(dir.sub("root"), true);
   ObjectPtr<IDirectoryIndex> shared = IDirectoryIndex::create(alwaysCheck());
-  ObjectPtr<IFileSearch> plain = IFileSearch::create(env);
-  ObjectPtr<IFileSearch> indexed = createIndexedFileSearch(env, shared);
-  ObjectPtr<IFileSearch> ownIndex = createIndexedFileSearch(env, ObjectPtr<IDirectoryIndex>());
+  ObjectPtr<IFileSearch> plain = IFileSearch::create(search.env);
+  ObjectPtr<IFileSearch> indexed = createIndexedFileSearch(search.env, shared);
+  ObjectPtr<IFileSearch> ownIndex = createIndexedFileSearch(search.env, ObjectPtr<IDirectoryIndex>());
   for (const char *name : {"lib.so", "f5.so", "missing.so"}) {
     SCOPED_TRACE(name);
     ObjectPtr<IValidFile> expected = plain->findBinFile(name, nullptr, nullptr, 0);
-    const std::vector<std::string> expectedFiles = collected;
+    const std::vector<std::string> expectedFiles = search.collected;
     ObjectPtr<IValidFile> got = indexed->findBinFile(name, nullptr, nullptr, 0);
-    EXPECT_EQ(expectedFiles, collected);
+    EXPECT_EQ(expectedFiles, search.collected);
     ObjectPtr<IValidFile> gotOwn =
         ownIndex->findSymFile(name, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(expectedFiles, collected);
+    EXPECT_EQ(expectedFiles, search.collected);
     EXPECT_EQ(vell_test::nameOf(expected), vell_test::nameOf(got));
     EXPECT_EQ(vell_test::nameOf(expected), vell_test::nameOf(gotOwn));
     // A walk ends at its first valid file; the next step goes on from there.

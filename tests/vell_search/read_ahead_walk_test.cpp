@@ -322,10 +322,7 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
   TempDir dir;
   buildTree(dir);
   fs::create_directory_symlink(dir.sub("root"), dir.sub("root/a2/b2/up"));
-  std::vector<std::string> collected;
-  vell_test::TestFilesFound found;
-  vell_test::collectValidFiles(found, collected);
-  ObjectPtr<IEditableSearchEnv> env = vell_test::recursiveSearchEnv(dir.sub("root"), false, found);
+  vell_test::CollectingSearchEnv walked(dir.sub("root"), false);
   WalkOptions walkOptions;
   walkOptions.readAheadThreads = 2;
   struct Pair {
@@ -334,9 +331,9 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
     ObjectPtr<IFileSearch> ahead;
   };
   const std::vector<Pair> pairs = {
-      {"plain", IFileSearch::create(env), createFileSearch(env, walkOptions)},
-      {"kernel-aware", createKernelAwareFileSearch(env, KernelSearchOptions()),
-       createKernelAwareFileSearch(env, KernelSearchOptions(), walkOptions)},
+      {"plain", IFileSearch::create(walked.env), createFileSearch(walked.env, walkOptions)},
+      {"kernel-aware", createKernelAwareFileSearch(walked.env, KernelSearchOptions()),
+       createKernelAwareFileSearch(walked.env, KernelSearchOptions(), walkOptions)},
   };
   for (const Pair &pair : pairs) {
     SCOPED_TRACE(pair.what);
@@ -348,14 +345,14 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
                          : search.findBinFile(name, nullptr, nullptr, 0);
         };
         HelperCounter plainHelpers;
-        collected.clear();
+        walked.collected.clear();
         ObjectPtr<IValidFile> expected = find(*pair.plain);
-        const std::vector<std::string> expectedFiles = collected;
+        const std::vector<std::string> expectedFiles = walked.collected;
         EXPECT_EQ(0u, plainHelpers.seen);
         HelperCounter aheadHelpers;
-        collected.clear();
+        walked.collected.clear();
         ObjectPtr<IValidFile> got = find(*pair.ahead);
-        EXPECT_EQ(expectedFiles, collected);
+        EXPECT_EQ(expectedFiles, walked.collected);
         EXPECT_EQ(vell_test::nameOf(expected), vell_test::nameOf(got));
         // lib.so lies right in the root: that walk ends before it lists anything.
         if (std::string(name) != "lib.so") {
@@ -366,9 +363,9 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
   }
   // A walk ends at its first valid file; the files-found iterator goes on
   // with the next step, not with the rest of the walk.
-  collected.clear();
+  walked.collected.clear();
   pairs[0].ahead->findBinFile("lib.so", nullptr, nullptr, 0);
-  EXPECT_EQ(std::vector<std::string>{dir.sub("root/lib.so")}, collected);
+  EXPECT_EQ(std::vector<std::string>{dir.sub("root/lib.so")}, walked.collected);
 }
 
 TEST(ReadAheadWalkTest, WithoutTheOptionNoThreadIsStarted) {
