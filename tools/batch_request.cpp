@@ -96,6 +96,7 @@ const std::map<std::string, Setter> &fields() {
       {"debug_dir", text(&FindOptions::debugDir)},
       {"sysroot", text(&FindOptions::sysroot)},
       {"plain_kernel", flag(&FindOptions::plainKernel)},
+      {"plain_walk", flag(&FindOptions::plainWalk)},
   };
   return table;
 }

@@ -32,10 +32,5 @@ private:
   std::string m_finalPath;
 };
 
-// The prefix of the temporary files made for finalPath's file name, and
-// whether name is such a temporary file (any final name).
-std::string temporaryPrefix(const std::string &fileName);
-bool isTemporaryName(const std::string &name, long &pid);
-
 } // namespace decompress
 } // namespace VELL_2_13

@@ -6,6 +6,7 @@
 
 #include "vell/file_search.h"
 #include "vell/validation.h"
+#include "vell_utils/stale_temporaries.h"
 
 namespace VELL_2_13 {
 namespace utils {
@@ -29,15 +30,14 @@ bool ensureDirectory(const std::string &dir) {
 // Copies source to a temporary file beside target and renames it into place,
 // so that a search filing the same file at the same moment, or looking at the
 // archive, never sees a partly written copy. The temporary file is removed
-// when the copy fails; the error leaves as filesystem_error.
+// when the copy fails; the error leaves as filesystem_error. The temporary
+// file's name carries this process's id, so that a filing killed before the
+// rename leaves a file the next filing can tell from one still being filled.
 void copyIntoPlace(const char *source, const std::string &target) {
-  const boost::filesystem::path targetPath(target);
-  const boost::filesystem::path temporary =
-      targetPath.parent_path() /
-      boost::filesystem::unique_path("." + targetPath.filename().string() + ".%%%%%%%%.tmp");
+  const boost::filesystem::path temporary(temporaryPathFor(target));
   try {
     boost::filesystem::copy_file(source, temporary, boost::filesystem::copy_options::overwrite_existing);
-    boost::filesystem::rename(temporary, targetPath);
+    boost::filesystem::rename(temporary, target);
   } catch (const boost::filesystem::filesystem_error &) {
     boost::system::error_code ignored;
     boost::filesystem::remove(temporary, ignored);
@@ -78,6 +78,9 @@ int archiveFile(const char *source, const char *targetDir, const char *subDir, s
   dir = addSubPart(dir.c_str(), checksum->value());
   if (!ensureDirectory(dir))
     return kCannotCreateDirectory;
+
+  // Copies of filings killed before their rename are of no use to anyone.
+  removeStaleTemporaries(dir.c_str());
 
   const std::string target = addSubPart(dir.c_str(), fileName.c_str());
   result = target;

@@ -44,6 +44,17 @@ json single(const BatchTree &tree, const std::vector<std::string> &request) {
   return json::parse(result.out);
 }
 
+// The answers of vell find --batch args to input, a batch with a bad line:
+// exit status 2, nothing on standard error.
+std::vector<json> answersToBadBatch(const std::string &input, const std::vector<std::string> &args) {
+  ToolRunner tool;
+  tool.setInput(input);
+  const ToolResult result = tool.run(args);
+  EXPECT_EQ(2, result.status) << result.err;
+  EXPECT_EQ("", result.err);
+  return answers(result);
+}
+
 json withoutId(json answer) {
   answer.erase("id");
   return answer;
@@ -52,8 +63,7 @@ json withoutId(json answer) {
 TEST(ToolBatchTest, GoodAndBadLinesAreAnsweredInOrder) {
   VELL_REQUIRE_TOOL();
   BatchTree tree;
-  ToolRunner tool;
-  tool.setInput(
+  const std::vector<json> got = answersToBadBatch(
       "{\"category\": \"bin\", \"name\": \"liby.so\", \"id\": 1}\n"
       "not json\n"
       "{\"category\": \"bin\", \"name\": \"missing.so\", \"id\": \"two\"}\n"
@@ -65,12 +75,9 @@ TEST(ToolBatchTest, GoodAndBadLinesAreAnsweredInOrder) {
       "{\"category\": \"nonsense\", \"name\": \"libx.so\", \"id\": [7]}\n"
       "{\"category\": \"bin\", \"name\": 5}\n"
       "{\"category\": \"src\", \"name\": \"x.c\", \"mtime\": \"soon\"}\n"
-      "{\"category\": \"bin\", \"name\": \"/nonexistent-dir/libz.so\", \"explain\": true, \"id\": null}\n");
-  const ToolResult result = tool.run({"find", "--batch", "--dir", tree.spec});
-  EXPECT_EQ(2, result.status) << result.err;
-  EXPECT_EQ("", result.err);
-  const std::vector<json> got = answers(result);
-  ASSERT_EQ(12u, got.size()) << result.out;
+      "{\"category\": \"bin\", \"name\": \"/nonexistent-dir/libz.so\", \"explain\": true, \"id\": null}\n",
+      {"find", "--batch", "--dir", tree.spec});
+  ASSERT_EQ(12u, got.size());
 
   EXPECT_EQ(1, got[0]["id"]);
   EXPECT_EQ(tree.deep, got[0]["path"]);
@@ -120,6 +127,37 @@ TEST(ToolBatchTest, WithoutTheIndexTheAnswersAreTheSame) {
   EXPECT_EQ(5u, lines(withIndex.out).size());
   EXPECT_EQ(withoutIndex.out, withIndex.out);
   EXPECT_EQ(tree.deep, answers(withIndex)[4]["path"]);
+}
+
+TEST(ToolBatchTest, PlainWalkFieldAnswersTheSameFiles) {
+  VELL_REQUIRE_TOOL();
+  BatchTree tree;
+  // Without the index every request walks the tree itself, on one thread
+  // with plain_walk and with helpers listing ahead without it.
+  const std::vector<json> got = answersToBadBatch(
+      "{\"category\": \"bin\", \"name\": \"liby.so\", \"plain_walk\": true, \"id\": 1}\n"
+      "{\"category\": \"bin\", \"name\": \"liby.so\", \"id\": 2}\n"
+      "{\"category\": \"bin\", \"name\": \"liby.so\", \"plain_walk\": \"yes\", \"id\": 3}\n"
+      "{\"category\": \"bin\", \"name\": \"libz.so\", \"plain_walk\": 1}\n"
+      "{\"category\": \"sym\", \"name\": \"liby.so.debug\", \"plain_walk\": false, \"all\": true}\n"
+      "{\"category\": \"bin\", \"name\": \"libz.so\", \"plain_walk\": true, \"all\": true}\n",
+      {"find", "--batch", "--no-index", "--dir", tree.spec});
+  ASSERT_EQ(6u, got.size());
+
+  EXPECT_EQ(1, got[0]["id"]);
+  EXPECT_EQ(tree.deep, got[0]["path"]);
+  EXPECT_EQ(withoutId(got[1]), withoutId(got[0]));
+  EXPECT_EQ(single(tree, {"bin", "liby.so", "--plain-walk"}), withoutId(got[0]));
+  EXPECT_EQ(single(tree, {"bin", "liby.so"}), withoutId(got[1]));
+
+  EXPECT_EQ((json{{"line", 3}, {"id", 3}, {"error", "field 'plain_walk': expected true or false"}}), got[2]);
+  EXPECT_EQ((json{{"line", 4}, {"error", "field 'plain_walk': expected true or false"}}), got[3]);
+
+  EXPECT_EQ(tree.symbols, got[4]["path"]);
+  EXPECT_EQ(single(tree, {"sym", "liby.so.debug", "--all"}), got[4]);
+  EXPECT_EQ(tree.other, got[5]["path"]);
+  EXPECT_EQ(single(tree, {"bin", "libz.so", "--all"}), got[5]);
+  EXPECT_EQ(single(tree, {"bin", "libz.so", "--all", "--plain-walk"}), got[5]);
 }
 
 TEST(ToolBatchTest, EveryRequestFoundExitsWithZero) {

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "support/debuginfod_suite.h"
 #include "support/temp_dir.h"
 #include "tool/tool_runner.h"
 #include "vell_retriever/fault_http_server.h"
@@ -16,24 +17,15 @@ using vell_test::ToolRunner;
 
 namespace {
 
-class ToolServerTest : public ::testing::Test {
+class ToolServerTest : public vell_test::DebuginfodSuite<ToolServerTest> {
+public:
+  static constexpr vell_test::ProgramSpec kProgram{"greeter", "greetings from the server"};
+
 protected:
-  static void SetUpTestSuite() {
-    s_dir = new vell_test::TempDir;
-    s_program = new vell_test::BuiltProgram(
-        vell_test::buildProgram(s_dir->sub("tree"), "greeter", "greetings from the server"));
-    s_server = new vell_test::DebuginfodServer(s_dir->path(), "-F", s_dir->sub("tree"));
-    s_indexed = s_server->waitUntilIndexed();
-  }
-
-  static void TearDownTestSuite() {
-    delete s_server;
-    delete s_program;
-    delete s_dir;
-  }
-
   void SetUp() override {
-    ASSERT_TRUE(s_indexed) << "debuginfod did not finish indexing";
+    DebuginfodSuite::SetUp();
+    if (HasFatalFailure())
+      return;
     // A private cache root; no servers or client cache from the environment.
     m_tool.setEnv("XDG_CACHE_HOME", m_tool.home() + "/cache");
     m_tool.setEnv("DEBUGINFOD_URLS", "");
@@ -47,27 +39,18 @@ protected:
     return json::parse(result.out, nullptr, false);
   }
 
-  static vell_test::TempDir *s_dir;
-  static vell_test::BuiltProgram *s_program;
-  static vell_test::DebuginfodServer *s_server;
-  static bool s_indexed;
   ToolRunner m_tool;
 };
 
-vell_test::TempDir *ToolServerTest::s_dir = nullptr;
-vell_test::BuiltProgram *ToolServerTest::s_program = nullptr;
-vell_test::DebuginfodServer *ToolServerTest::s_server = nullptr;
-bool ToolServerTest::s_indexed = false;
-
 TEST_F(ToolServerTest, FetchesBinaryDebugFileAndSourceThenAnswersFromTheCache) {
-  const vell_test::BuiltProgram &p = *s_program;
-  const std::string server = s_server->url();
+  const vell_test::BuiltProgram &p = program();
+  const std::string server = debuginfod().url();
   const std::vector<std::vector<std::string>> requests{
       {"find", "bin", "/opt/recorded/greeter", "--build-id", p.buildId, "--server", server},
       {"find", "sym", "greeter.debug", "--build-id", p.buildId, "--server", server},
       {"find", "src", p.source, "--build-id", p.buildId, "--server", server}};
   const std::vector<std::string> expected{p.binary, p.debugFile, p.source};
-  long before = s_server->buildIdRequests();
+  long before = debuginfod().buildIdRequests();
 
   for (size_t i = 0; i < requests.size(); ++i) {
     json out = runJson(requests[i]);
@@ -78,24 +61,24 @@ TEST_F(ToolServerTest, FetchesBinaryDebugFileAndSourceThenAnswersFromTheCache) {
     EXPECT_TRUE(out["retrieved"]["used"].get<bool>()) << out.dump(2);
     EXPECT_EQ(p.buildId, out["retrieved"]["buildId"]);
   }
-  EXPECT_EQ(3, s_server->buildIdRequests() - before);
+  EXPECT_EQ(3, debuginfod().buildIdRequests() - before);
 
   for (size_t i = 0; i < requests.size(); ++i) {
     json out = runJson(requests[i]);
     ASSERT_TRUE(out["found"].get<bool>()) << out.dump(2);
     EXPECT_EQ("cache", out["retrieved"]["origin"]) << out.dump(2);
   }
-  EXPECT_EQ(3, s_server->buildIdRequests() - before) << "the second run asks the server nothing";
+  EXPECT_EQ(3, debuginfod().buildIdRequests() - before) << "the second run asks the server nothing";
 }
 
 TEST_F(ToolServerTest, DebugFileOfALocalBinaryIsFetchedByTheBinarysBuildId) {
-  const vell_test::BuiltProgram &p = *s_program;
+  const vell_test::BuiltProgram &p = program();
   // A copy of the binary with no debug file anywhere near it.
   vell_test::TempDir local;
   const std::string binary = local.sub("bin/greeter");
   vell_test::shell("mkdir -p " + vell_test::shellQuoted(local.sub("bin")) + " && cp " +
                    vell_test::shellQuoted(p.binary) + " " + vell_test::shellQuoted(binary));
-  json out = runJson({"find", "sym", "greeter.debug", "--binary", binary, "--server", s_server->url()});
+  json out = runJson({"find", "sym", "greeter.debug", "--binary", binary, "--server", debuginfod().url()});
   ASSERT_TRUE(out.is_object());
   ASSERT_TRUE(out["found"].get<bool>()) << out.dump(2);
   EXPECT_EQ(vell_test::readWhole(p.debugFile), vell_test::readWhole(out["path"].get<std::string>()));
@@ -104,14 +87,14 @@ TEST_F(ToolServerTest, DebugFileOfALocalBinaryIsFetchedByTheBinarysBuildId) {
 
   // The plain search asks no server for it.
   json plain = runJson(
-      {"find", "sym", "greeter.debug", "--binary", binary, "--server", s_server->url(), "--no-build-id"});
+      {"find", "sym", "greeter.debug", "--binary", binary, "--server", debuginfod().url(), "--no-build-id"});
   ASSERT_TRUE(plain.is_object());
   EXPECT_FALSE(plain.contains("retrieved") && plain["retrieved"]["used"].get<bool>()) << plain.dump(2);
 }
 
 TEST_F(ToolServerTest, ServersComeFromDebuginfodUrlsUnlessNoServersIsGiven) {
-  const vell_test::BuiltProgram &p = *s_program;
-  m_tool.setEnv("DEBUGINFOD_URLS", "http://127.0.0.1:1/unused-first " + s_server->url());
+  const vell_test::BuiltProgram &p = program();
+  m_tool.setEnv("DEBUGINFOD_URLS", "http://127.0.0.1:1/unused-first " + debuginfod().url());
   json fetched =
       runJson({"find", "bin", "/opt/elsewhere/greeter", "--build-id", p.buildId, "--server-timeout", "2"});
   ASSERT_TRUE(fetched["found"].get<bool>()) << fetched.dump(2);
@@ -125,7 +108,7 @@ TEST_F(ToolServerTest, ServersComeFromDebuginfodUrlsUnlessNoServersIsGiven) {
 
 TEST_F(ToolServerTest, UnknownBuildIdIsReportedAsNotRetrieved) {
   ToolResult result = m_tool.run({"find", "bin", "/opt/none/missing", "--build-id", "00112233445566778899",
-                                  "--server", s_server->url()});
+                                  "--server", debuginfod().url()});
   EXPECT_EQ(1, result.status) << result.err;
   EXPECT_NE(std::string::npos, result.out.find("not retrieved: No server has the binary of build ID "
                                                "00112233445566778899"))

@@ -15,6 +15,7 @@
 
 #include "support/temp_dir.h"
 #include "support/unprivileged_child.h"
+#include "support/walk_tree.h"
 #include "vell/directory_index.h"
 #include "vell/file_search.h"
 #include "vell/search_steps.h"
@@ -106,17 +107,13 @@ DirectoryIndexOptions alwaysCheck(unsigned int threads = 2) {
 // A tree in which "lib.so" lies at several depths, beside directories of
 // the same name and among many other entries.
 void buildTree(const TempDir &dir) {
-  dir.write("root/lib.so");
-  dir.write("root/a/lib.so");
-  dir.write("root/a/b/c/lib.so");
-  dir.write("root/a/b/other.so");
-  dir.mkdir("root/lib.so.d/lib.so"); // a directory named like the file
+  std::vector<std::string> files = {"root/a/lib.so", "root/a/b/c/lib.so", "root/a/b/other.so"};
   for (int i = 0; i < 30; ++i) {
-    dir.write("root/wide/d" + std::to_string(i) + "/f" + std::to_string(i) + ".so");
+    files.push_back("root/wide/d" + std::to_string(i) + "/f" + std::to_string(i) + ".so");
     if (i % 7 == 0)
-      dir.write("root/wide/d" + std::to_string(i) + "/lib.so");
+      files.push_back("root/wide/d" + std::to_string(i) + "/lib.so");
   }
-  dir.mkdir("root/empty");
+  vell_test::buildLibTree(dir, files);
 }
 
 const std::vector<std::string> kNames = {"lib.so", "other.so", "f3.so", "missing.so", "wide", "d7"};
@@ -182,11 +179,7 @@ TEST(DirectoryIndexTest, UnreadableDirectoriesOfferTheirCandidateAndAreNotEntere
   dir.write("root/search-only/below/lib.so");
   dir.write("root/closed/lib.so");
   fs::create_directory_symlink(dir.sub("root/closed"), dir.sub("root/wide/closed-link"));
-  vell_test::openForOthers(dir.sub("root/a/b/c/lib.so"));
-  for (const auto &entry : fs::recursive_directory_iterator(dir.sub("root")))
-    fs::permissions(entry.path(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
-  ::chmod(dir.sub("root/search-only").c_str(), 0711);
-  ::chmod(dir.sub("root/closed").c_str(), 0700);
+  vell_test::limitTreeForOthers(dir.sub("root"), dir.sub("root/search-only"), dir.sub("root/closed"));
   const std::string root = dir.sub("root");
   inUnprivilegedChild([&] {
     // The search-only directory's file is reached though it cannot be listed.
@@ -268,48 +261,26 @@ TEST(DirectoryIndexTest, AnswersOnlyForPlainNames) {
   EXPECT_FALSE(DirectoryIndex::answers("a/b"));
 }
 
-ObjectPtr<IEditableSearchEnv> recursiveEnv(const std::string &dir, vell_test::TestFilesFound &found) {
-  ObjectPtr<IEditableSearchEnv> env = IEditableSearchEnv::create();
-  env->setSearchDirs(vell_test::makeDirContainer({{scAllFiles, dir, true, true}}));
-  env->setFilesFoundCallback(CallbackHolder<IFilesFoundCallback>(&found));
-  env->setSearchStepsConfigurator(
-      ObjectPtr<ISearchStepsConfigurator>(new vell_test::FixedStepsConfigurator({ssHighPrioritySearchDirs})));
-  return env;
-}
-
 TEST(DirectoryIndexTest, IndexedFileSearchFindsTheSameFilesInTheSameOrder) {
   TempDir dir;
   buildTree(dir);
   fs::create_directory_symlink(dir.sub("root"), dir.sub("root/a/b/up"));
-  std::vector<std::string> collected;
-  vell_test::TestFilesFound found;
-  found.chooser = [&](IValidFileIterator &files) {
-    collected.clear();
-    files.reset();
-    ObjectPtr<IValidFile> first;
-    while (ObjectPtr<IValidFile> file = files.next()) {
-      collected.push_back(file->name());
-      if (!first)
-        first = file;
-    }
-    return first;
-  };
-  ObjectPtr<IEditableSearchEnv> env = recursiveEnv(dir.sub("root"), found);
+  vell_test::CollectingSearchEnv search(dir.sub("root"), true);
   ObjectPtr<IDirectoryIndex> shared = IDirectoryIndex::create(alwaysCheck());
-  ObjectPtr<IFileSearch> plain = IFileSearch::create(env);
-  ObjectPtr<IFileSearch> indexed = createIndexedFileSearch(env, shared);
-  ObjectPtr<IFileSearch> ownIndex = createIndexedFileSearch(env, ObjectPtr<IDirectoryIndex>());
+  ObjectPtr<IFileSearch> plain = IFileSearch::create(search.env);
+  ObjectPtr<IFileSearch> indexed = createIndexedFileSearch(search.env, shared);
+  ObjectPtr<IFileSearch> ownIndex = createIndexedFileSearch(search.env, ObjectPtr<IDirectoryIndex>());
   for (const char *name : {"lib.so", "f5.so", "missing.so"}) {
     SCOPED_TRACE(name);
     ObjectPtr<IValidFile> expected = plain->findBinFile(name, nullptr, nullptr, 0);
-    const std::vector<std::string> expectedFiles = collected;
+    const std::vector<std::string> expectedFiles = search.collected;
     ObjectPtr<IValidFile> got = indexed->findBinFile(name, nullptr, nullptr, 0);
-    EXPECT_EQ(expectedFiles, collected);
+    EXPECT_EQ(expectedFiles, search.collected);
     ObjectPtr<IValidFile> gotOwn =
         ownIndex->findSymFile(name, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(expectedFiles, collected);
-    EXPECT_EQ(expected ? std::string(expected->name()) : "", got ? std::string(got->name()) : "");
-    EXPECT_EQ(expected ? std::string(expected->name()) : "", gotOwn ? std::string(gotOwn->name()) : "");
+    EXPECT_EQ(expectedFiles, search.collected);
+    EXPECT_EQ(vell_test::nameOf(expected), vell_test::nameOf(got));
+    EXPECT_EQ(vell_test::nameOf(expected), vell_test::nameOf(gotOwn));
     // A walk ends at its first valid file; the next step goes on from there.
     if (std::string(name) == "lib.so") {
       EXPECT_EQ(std::vector<std::string>{dir.sub("root/lib.so")}, expectedFiles);

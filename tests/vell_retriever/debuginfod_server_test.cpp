@@ -3,57 +3,35 @@
 // file search, then served again from the cache without a request.
 #include <gtest/gtest.h>
 
+#include "support/debuginfod_suite.h"
 #include "support/temp_dir.h"
 #include "vell/file_search.h"
 #include "vell/http_retriever.h"
 #include "vell/search_env.h"
-#include "vell_retriever/retriever_fixtures.h"
 
 using namespace VELL_2_13;
 
 namespace {
 
-class DebuginfodServerTest : public ::testing::Test {
+class DebuginfodServerTest : public vell_test::DebuginfodSuite<DebuginfodServerTest> {
+public:
+  static constexpr vell_test::ProgramSpec kProgram{"hello", "hello from the indexed tree"};
+
 protected:
-  static void SetUpTestSuite() {
-    s_dir = new vell_test::TempDir;
-    s_program = new vell_test::BuiltProgram(
-        vell_test::buildProgram(s_dir->sub("tree"), "hello", "hello from the indexed tree"));
-    s_server = new vell_test::DebuginfodServer(s_dir->path(), "-F", s_dir->sub("tree"));
-    s_indexed = s_server->waitUntilIndexed();
-  }
-
-  static void TearDownTestSuite() {
-    delete s_server;
-    delete s_program;
-    delete s_dir;
-  }
-
-  void SetUp() override { ASSERT_TRUE(s_indexed) << "debuginfod did not finish indexing"; }
-
   HttpRetrieverOptions options() const {
     HttpRetrieverOptions o;
-    o.servers = {s_server->url()};
+    o.servers = {debuginfod().url()};
     o.cacheDir = m_dir.sub("cache");
     o.retryDelayMs = 50;
     return o;
   }
 
-  static vell_test::TempDir *s_dir;
-  static vell_test::BuiltProgram *s_program;
-  static vell_test::DebuginfodServer *s_server;
-  static bool s_indexed;
   vell_test::TempDir m_dir;
 };
 
-vell_test::TempDir *DebuginfodServerTest::s_dir = nullptr;
-vell_test::BuiltProgram *DebuginfodServerTest::s_program = nullptr;
-vell_test::DebuginfodServer *DebuginfodServerTest::s_server = nullptr;
-bool DebuginfodServerTest::s_indexed = false;
-
 TEST_F(DebuginfodServerTest, FetchesDebugFileBinaryAndSourceThenServesThemFromTheCache) {
-  const vell_test::BuiltProgram &p = *s_program;
-  long before = s_server->buildIdRequests();
+  const vell_test::BuiltProgram &p = program();
+  long before = debuginfod().buildIdRequests();
   {
     HttpFileRetriever retriever(options());
     BuildIdResult debug = retriever.fetchDebugInfo(p.buildId);
@@ -67,7 +45,7 @@ TEST_F(DebuginfodServerTest, FetchesDebugFileBinaryAndSourceThenServesThemFromTh
     EXPECT_EQ(vell_test::readWhole(p.debugFile), vell_test::readWhole(debug.path));
     EXPECT_EQ(vell_test::readWhole(p.binary), vell_test::readWhole(binary.path));
     EXPECT_EQ(vell_test::readWhole(p.source), vell_test::readWhole(source.path));
-    EXPECT_EQ(3, s_server->buildIdRequests() - before);
+    EXPECT_EQ(3, debuginfod().buildIdRequests() - before);
   }
 
   // A second run (a new retriever over the same cache) asks the server nothing.
@@ -75,22 +53,22 @@ TEST_F(DebuginfodServerTest, FetchesDebugFileBinaryAndSourceThenServesThemFromTh
   EXPECT_EQ(foCache, again.fetchDebugInfo(p.buildId).origin);
   EXPECT_EQ(foCache, again.fetchExecutable(p.buildId).origin);
   EXPECT_EQ(foCache, again.fetchSource(p.buildId, p.source).origin);
-  EXPECT_EQ(3, s_server->buildIdRequests() - before);
+  EXPECT_EQ(3, debuginfod().buildIdRequests() - before);
   EXPECT_EQ(0u, again.stats().requests);
 }
 
 TEST_F(DebuginfodServerTest, UnknownBuildIdIsNotFoundAndRemembered) {
-  long before = s_server->buildIdRequests();
+  long before = debuginfod().buildIdRequests();
   HttpFileRetriever retriever(options());
   BuildIdResult first = retriever.fetchDebugInfo("0123456789abcdef0123456789abcdef01234567");
   BuildIdResult second = retriever.fetchDebugInfo("0123456789abcdef0123456789abcdef01234567");
   EXPECT_TRUE(first.notFound) << first.error;
   EXPECT_TRUE(second.notFound) << second.error;
-  EXPECT_EQ(1, s_server->buildIdRequests() - before);
+  EXPECT_EQ(1, debuginfod().buildIdRequests() - before);
 }
 
 TEST_F(DebuginfodServerTest, FileSearchFetchesTiedBinaryAndDebugFileThroughTheRetriever) {
-  const vell_test::BuiltProgram &p = *s_program;
+  const vell_test::BuiltProgram &p = program();
   HttpFileRetriever retriever(options());
   // The profile recorded the program at a path this machine does not have.
   const std::string recorded = "/opt/recorded/bin/hello";

@@ -21,6 +21,7 @@
 
 #include "support/temp_dir.h"
 #include "support/unprivileged_child.h"
+#include "support/walk_tree.h"
 #include "vell/file_search.h"
 #include "vell/kernel.h"
 #include "vell/search_observer.h"
@@ -120,16 +121,15 @@ Outcome walk(const std::vector<std::string> &roots, const std::string &name, uns
 
 // A tree of some breadth and depth with "lib.so" in a few places.
 void buildTree(const TempDir &dir) {
+  std::vector<std::string> files;
   for (int a = 0; a < 6; ++a)
     for (int b = 0; b < 5; ++b) {
       const std::string leaf = "root/a" + std::to_string(a) + "/b" + std::to_string(b);
-      dir.write(leaf + "/c/f" + std::to_string(a * 10 + b) + ".so");
+      files.push_back(leaf + "/c/f" + std::to_string(a * 10 + b) + ".so");
       if ((a + b) % 4 == 0)
-        dir.write(leaf + "/lib.so");
+        files.push_back(leaf + "/lib.so");
     }
-  dir.write("root/lib.so");
-  dir.mkdir("root/lib.so.d/lib.so"); // a directory named like the file
-  dir.mkdir("root/empty");
+  vell_test::buildLibTree(dir, files);
 }
 
 // Compares the walk with helpers to the walk on one thread, whole and ended
@@ -253,11 +253,7 @@ TEST(ReadAheadWalkTest, UnreadableDirectoriesAreReportedAndSkippedAsOnOneThread)
   dir.write("root/a2/closed/lib.so");
   dir.write("root/a2/closed/deeper/lib.so");
   fs::create_directory_symlink(dir.sub("root/a2/closed"), dir.sub("root/a0/closed-link"));
-  vell_test::openForOthers(dir.sub("root/lib.so"));
-  for (const auto &entry : fs::recursive_directory_iterator(dir.sub("root")))
-    fs::permissions(entry.path(), fs::perms::others_read | fs::perms::others_exec, fs::perm_options::add);
-  ::chmod(dir.sub("root/search-only").c_str(), 0711);
-  ::chmod(dir.sub("root/a2/closed").c_str(), 0700);
+  vell_test::limitTreeForOthers(dir.sub("root"), dir.sub("root/search-only"), dir.sub("root/a2/closed"));
   const std::string root = dir.sub("root");
   inUnprivilegedChild([&] {
     const Outcome plain = walk({root}, "lib.so", 0);
@@ -308,15 +304,6 @@ TEST(ReadAheadWalkTest, ManySearchesAtOnceEachGetTheirOwnOrder) {
   EXPECT_EQ(0u, readAheadThreadsAfterWalk());
 }
 
-ObjectPtr<IEditableSearchEnv> recursiveEnv(const std::string &dir, vell_test::TestFilesFound &found) {
-  ObjectPtr<IEditableSearchEnv> env = IEditableSearchEnv::create();
-  env->setSearchDirs(vell_test::makeDirContainer({{scAllFiles, dir, true, false}}));
-  env->setFilesFoundCallback(CallbackHolder<IFilesFoundCallback>(&found));
-  env->setSearchStepsConfigurator(
-      ObjectPtr<ISearchStepsConfigurator>(new vell_test::FixedStepsConfigurator({ssLowPrioritySearchDirs})));
-  return env;
-}
-
 // Counts the helpers alive whenever a walk enters a directory.
 class HelperCounter : public ISearchObserver {
 public:
@@ -335,20 +322,7 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
   TempDir dir;
   buildTree(dir);
   fs::create_directory_symlink(dir.sub("root"), dir.sub("root/a2/b2/up"));
-  std::vector<std::string> collected;
-  vell_test::TestFilesFound found;
-  found.chooser = [&](IValidFileIterator &files) {
-    collected.clear();
-    files.reset();
-    ObjectPtr<IValidFile> first;
-    while (ObjectPtr<IValidFile> file = files.next()) {
-      collected.push_back(file->name());
-      if (!first)
-        first = file;
-    }
-    return first;
-  };
-  ObjectPtr<IEditableSearchEnv> env = recursiveEnv(dir.sub("root"), found);
+  vell_test::CollectingSearchEnv walked(dir.sub("root"), false);
   WalkOptions walkOptions;
   walkOptions.readAheadThreads = 2;
   struct Pair {
@@ -357,9 +331,9 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
     ObjectPtr<IFileSearch> ahead;
   };
   const std::vector<Pair> pairs = {
-      {"plain", IFileSearch::create(env), createFileSearch(env, walkOptions)},
-      {"kernel-aware", createKernelAwareFileSearch(env, KernelSearchOptions()),
-       createKernelAwareFileSearch(env, KernelSearchOptions(), walkOptions)},
+      {"plain", IFileSearch::create(walked.env), createFileSearch(walked.env, walkOptions)},
+      {"kernel-aware", createKernelAwareFileSearch(walked.env, KernelSearchOptions()),
+       createKernelAwareFileSearch(walked.env, KernelSearchOptions(), walkOptions)},
   };
   for (const Pair &pair : pairs) {
     SCOPED_TRACE(pair.what);
@@ -371,15 +345,15 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
                          : search.findBinFile(name, nullptr, nullptr, 0);
         };
         HelperCounter plainHelpers;
-        collected.clear();
+        walked.collected.clear();
         ObjectPtr<IValidFile> expected = find(*pair.plain);
-        const std::vector<std::string> expectedFiles = collected;
+        const std::vector<std::string> expectedFiles = walked.collected;
         EXPECT_EQ(0u, plainHelpers.seen);
         HelperCounter aheadHelpers;
-        collected.clear();
+        walked.collected.clear();
         ObjectPtr<IValidFile> got = find(*pair.ahead);
-        EXPECT_EQ(expectedFiles, collected);
-        EXPECT_EQ(expected ? std::string(expected->name()) : "", got ? std::string(got->name()) : "");
+        EXPECT_EQ(expectedFiles, walked.collected);
+        EXPECT_EQ(vell_test::nameOf(expected), vell_test::nameOf(got));
         // lib.so lies right in the root: that walk ends before it lists anything.
         if (std::string(name) != "lib.so") {
           EXPECT_GT(aheadHelpers.seen, 0u);
@@ -389,9 +363,9 @@ TEST(ReadAheadWalkTest, FileSearchesWithReadAheadFindTheSameFilesInTheSameOrder)
   }
   // A walk ends at its first valid file; the files-found iterator goes on
   // with the next step, not with the rest of the walk.
-  collected.clear();
+  walked.collected.clear();
   pairs[0].ahead->findBinFile("lib.so", nullptr, nullptr, 0);
-  EXPECT_EQ(std::vector<std::string>{dir.sub("root/lib.so")}, collected);
+  EXPECT_EQ(std::vector<std::string>{dir.sub("root/lib.so")}, walked.collected);
 }
 
 TEST(ReadAheadWalkTest, WithoutTheOptionNoThreadIsStarted) {
@@ -402,7 +376,7 @@ TEST(ReadAheadWalkTest, WithoutTheOptionNoThreadIsStarted) {
   EXPECT_EQ(0u, plain.helpersSeen);
   WalkOptions none;
   vell_test::TestFilesFound found;
-  ObjectPtr<IEditableSearchEnv> env = recursiveEnv(dir.sub("root"), found);
+  ObjectPtr<IEditableSearchEnv> env = vell_test::recursiveSearchEnv(dir.sub("root"), false, found);
   HelperCounter helpers;
   createFileSearch(env, none)->findBinFile("missing.so", nullptr, nullptr, 0);
   IFileSearch::create(env)->findBinFile("missing.so", nullptr, nullptr, 0);

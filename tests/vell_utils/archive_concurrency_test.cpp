@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,29 +15,15 @@
 #include "support/temp_dir.h"
 #include "vell/file_search.h"
 #include "vell/validation.h"
+#include "vell_utils/archive_test_support.h"
 
 using namespace VELL_2_13;
 
 namespace {
 
-std::string readAll(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-// Large enough that a copy takes a while for the others to look at it.
-std::string bigContent() {
-  std::string content(32 << 20, '\0');
-  for (size_t i = 0; i < content.size(); ++i)
-    content[i] = static_cast<char>((i * 131) ^ (i >> 9));
-  return content;
-}
-
 TEST(ArchiveConcurrencyTest, ConcurrentFilingsOfOneFileNeverExposeAPartialCopy) {
   vell_test::TempDir dir;
-  const std::string content = bigContent();
+  const std::string content = vell_test::bigContent();
   const std::string archive = dir.sub("archive");
   const std::string md5 = IChecksumCalculator::create()
                               ->calculateChecksum(dir.write("probe/libbig.so", content).c_str(), ctMd5)
@@ -65,7 +49,7 @@ TEST(ArchiveConcurrencyTest, ConcurrentFilingsOfOneFileNeverExposeAPartialCopy) 
         struct stat status {};
         if (::stat(target.c_str(), &status) != 0)
           continue;
-        if (static_cast<size_t>(status.st_size) != content.size() || readAll(target) != content)
+        if (static_cast<size_t>(status.st_size) != content.size() || vell_test::readAll(target) != content)
           ++partialSeen;
         else
           ++wholeSeen;
@@ -86,7 +70,7 @@ TEST(ArchiveConcurrencyTest, ConcurrentFilingsOfOneFileNeverExposeAPartialCopy) 
     for (int i = 0; i < kFilers; ++i) {
       EXPECT_TRUE(statuses[i] == 0 || statuses[i] == 6) << statuses[i];
       EXPECT_EQ(results[0], results[i]);
-      EXPECT_EQ(content, readAll(results[i]));
+      EXPECT_EQ(content, vell_test::readAll(results[i]));
     }
     EXPECT_EQ(0, partialSeen.load()) << "round " << rounds << ": " << wholeSeen.load()
                                      << " whole copies seen";
