@@ -105,10 +105,11 @@ struct KernelSearchOptions {
   // order (as for any name); a module name with more than 8 '-' or '_'
   // has too many spellings to look up in an index, and its recursive search
   // directories are then walked on the disk. Guest files ("[guest]") get no
-  // further candidates. The module's files cost, in each directory looked
-  // in (with an index, only in those that hold one), a query of each
-  // possible name when there are at most 16 (a name with at most two '-'
-  // or '_'), else one listing of the directory.
+  // further candidates. A recursive walk finds the module's files in the
+  // listing it makes of each directory anyway; a tail look-up, a directory
+  // that cannot be listed, and a directory an index says holds one are asked
+  // for each possible name when there are at most 16 (a name with at most
+  // two '-' or '_'), else listed once.
   bool compressedModules = true;
   // Which file the host gets for a compressed module, wherever it was
   // found: false, the compressed file as found (its name ends in .xz, .zst
