@@ -13,6 +13,7 @@
 
 #include "support/kernel_payloads.h"
 #include "support/temp_dir.h"
+#include "support/unprivileged_child.h"
 #include "vell/directory_index.h"
 #include "vell/kernel.h"
 #include "vell/platform.h"
@@ -163,6 +164,30 @@ TEST_F(ModuleSearchDirsTest, RecordedPathOffersCompanionsInEachTailLookUp) {
   const std::vector<std::string> plain = {expected[0], expected[1], expected[2], expected[3],
                                           expected[4], expected[6], expected[7], expected[8]};
   EXPECT_EQ(plain, candidates("/lib/modules/R2/kernel/net/openvswitch/vport-gre.ko", true));
+}
+
+TEST_F(ModuleSearchDirsTest, ADirectoryThatCannotBeListedIsAskedForEachName) {
+  // A directory others may enter but not list: the walk cannot list it, but
+  // its module files can still be asked for by name.
+  tmp.write("tree/closed/vport-gre.ko.xz");
+  tmp.write("tree/open/vport_gre.ko");
+  const std::string root = tmp.sub("tree");
+  const std::string closed = tmp.sub("tree/closed");
+  openForOthers(root + "/open");
+  ASSERT_EQ(0, ::chmod(closed.c_str(), 0711));
+  searchDir(root, true);
+  inUnprivilegedChild([&] {
+    for (unsigned int readAhead : {0u, 2u}) {
+      SCOPED_TRACE(readAhead);
+      const std::vector<std::string> found = candidates("vport_gre", false, nullptr, readAhead);
+      const auto at = std::find(found.begin(), found.end(), closed + "/vport_gre");
+      ASSERT_NE(found.end(), at);
+      ASSERT_NE(found.end(), at + 1);
+      EXPECT_EQ(closed + "/vport-gre.ko.xz", *(at + 1));
+      EXPECT_NE(found.end(), std::find(found.begin(), found.end(), root + "/open/vport_gre.ko"));
+    }
+  });
+  ASSERT_EQ(0, ::chmod(closed.c_str(), 0755));
 }
 
 TEST_F(ModuleSearchDirsTest, NoCompanionsForOtherNamesOrGuestFiles) {
