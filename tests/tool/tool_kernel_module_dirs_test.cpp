@@ -7,6 +7,7 @@
 #include "tool/tool_runner.h"
 
 using vell_test::lines;
+using vell_test::printedPath;
 using vell_test::TempDir;
 using vell_test::ToolResult;
 using vell_test::ToolRunner;
@@ -14,13 +15,6 @@ using vell_test::ToolRunner;
 namespace {
 
 std::string smallElf() { return vell_test::elfPayload().substr(0, 100000); }
-
-std::string pathOf(const ToolResult &result) {
-  for (const std::string &line : lines(result.out))
-    if (line.rfind("path: ", 0) == 0)
-      return line.substr(6);
-  return "";
-}
 
 TEST(ToolKernelModuleDirsTest, CompressedModuleInACopiedTreeByKernelNameAndRecordedPath) {
   VELL_REQUIRE_TOOL();
@@ -34,15 +28,15 @@ TEST(ToolKernelModuleDirsTest, CompressedModuleInACopiedTreeByKernelNameAndRecor
   // Recursive: the kernel's name, with '_' where the file has '-'.
   ToolResult bare = tool.run({"find", "bin", "vport_gre", "--dir", "bin:r=" + copy});
   ASSERT_EQ(0, bare.status) << bare.err;
-  EXPECT_EQ(module, pathOf(bare));
+  EXPECT_EQ(module, printedPath(bare));
   ToolResult xfs = tool.run({"find", "bin", "xfs", "--dir", "bin:r=" + copy});
   ASSERT_EQ(0, xfs.status) << xfs.err;
-  EXPECT_EQ(zst, pathOf(xfs));
+  EXPECT_EQ(zst, printedPath(xfs));
   // The walk without read-ahead, and a batch (answered through the
   // directory index) and the same batch without the index.
   ToolResult unhelped = tool.run({"find", "bin", "vport_gre", "--dir", "bin:r=" + copy, "--plain-walk"});
   ASSERT_EQ(0, unhelped.status) << unhelped.err;
-  EXPECT_EQ(module, pathOf(unhelped));
+  EXPECT_EQ(module, printedPath(unhelped));
   const std::string input = "{\"category\": \"bin\", \"name\": \"vport_gre\"}\n"
                             "{\"category\": \"bin\", \"name\": \"xfs\"}\n";
   ToolRunner batch;
@@ -62,7 +56,7 @@ TEST(ToolKernelModuleDirsTest, CompressedModuleInACopiedTreeByKernelNameAndRecor
       tool.run({"find", "bin", "/lib/modules/6.1.0-vell-t/kernel/net/openvswitch/vport-gre.ko", "--dir",
                 "bin=" + copy});
   ASSERT_EQ(0, recorded.status) << recorded.err;
-  EXPECT_EQ(module, pathOf(recorded));
+  EXPECT_EQ(module, printedPath(recorded));
   // The plain search matches the exact name only.
   ToolResult plain = tool.run({"find", "bin", "vport_gre", "--dir", "bin:r=" + copy, "--plain-kernel"});
   EXPECT_EQ(1, plain.status);

@@ -10,6 +10,7 @@
 #include "tool/tool_runner.h"
 
 using vell_test::lines;
+using vell_test::printedPath;
 using vell_test::TempDir;
 using vell_test::ToolResult;
 using vell_test::ToolRunner;
@@ -18,13 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string smallElf() { return vell_test::elfPayload().substr(0, 100000); }
-
-std::string pathOf(const ToolResult &result) {
-  for (const std::string &line : lines(result.out))
-    if (line.rfind("path: ", 0) == 0)
-      return line.substr(6);
-  return "";
-}
 
 TEST(ToolKernelTest, ExtractKernelNamesEveryFormat) {
   VELL_REQUIRE_TOOL();
@@ -57,7 +51,7 @@ TEST(ToolKernelTest, KernelOfTheTargetUnderTheSystemRoot) {
   ToolResult result = tool.run({"find", "bin", "vmlinux", "--kernel-release", "6.1.0-vell-t", "--sysroot",
                                 dir.sub("root"), "--cache", cache});
   ASSERT_EQ(0, result.status) << result.err;
-  const std::string found = pathOf(result);
+  const std::string found = printedPath(result);
   EXPECT_EQ(cache + "/vmlinux_cache/", found.substr(0, cache.size() + 15));
   EXPECT_TRUE(vell_test::readFile(found) == smallElf());
 }
@@ -80,7 +74,7 @@ TEST(ToolKernelTest, KernelThatCannotBeExtractedIsNoAnswer) {
   ToolResult plain = tool.run(
       {"find", "bin", "vmlinuz-X", "--dir", "bin=" + dir.sub("boot"), "--cache", cache, "--plain-kernel"});
   EXPECT_EQ(0, plain.status) << plain.err;
-  EXPECT_EQ(broken, pathOf(plain));
+  EXPECT_EQ(broken, printedPath(plain));
 }
 
 TEST(ToolKernelTest, ModuleByItsKernelNameAndAWarningForAnotherRelease) {
@@ -92,13 +86,13 @@ TEST(ToolKernelTest, ModuleByItsKernelNameAndAWarningForAnotherRelease) {
   ToolResult result = tool.run(
       {"find", "bin", "vport_gre", "--kernel-release", "6.1.0-vell-t", "--sysroot", dir.sub("root")});
   ASSERT_EQ(0, result.status) << result.err;
-  EXPECT_EQ(module, pathOf(result));
+  EXPECT_EQ(module, printedPath(result));
   EXPECT_EQ("", result.err);
   // A module found through a search directory, of another release than asked for.
   ToolResult other = tool.run({"find", "bin", "vport-gre.ko.xz", "--kernel-release", "6.1.0-vell-u", "--dir",
                                "bin:r=" + dir.sub("root/lib/modules")});
   ASSERT_EQ(0, other.status) << other.err;
-  EXPECT_EQ(module, pathOf(other));
+  EXPECT_EQ(module, printedPath(other));
   EXPECT_EQ(std::vector<std::string>{"vell: warning: " + module +
                                      " is a module of kernel release 6.1.0-vell-t, not of 6.1.0-vell-u"},
             lines(other.err));

@@ -167,6 +167,14 @@ inline std::vector<std::string> lines(const std::string &text) {
   return result;
 }
 
+// The path on the "path: " line of a find's output; empty when there is none.
+inline std::string printedPath(const ToolResult &result) {
+  for (const std::string &line : lines(result.out))
+    if (line.rfind("path: ", 0) == 0)
+      return line.substr(6);
+  return "";
+}
+
 // Skips the calling test when the suite was built without the tool.
 #define VELL_REQUIRE_TOOL()                                                                                  \
   do {                                                                                                       \
